@@ -1,0 +1,127 @@
+#include <algorithm>
+#include <cmath>
+
+#include "evaluator/Kalvos.h"
+#include "support/KalvosVars.h"
+
+struct Kalvos::CatalogueEntry {
+    std::string_view Name;
+    unsigned int MinParams;
+    unsigned int MaxParams;
+    double (*Compute)(const Kalvos& k, const double* p, unsigned int count);
+};
+
+namespace {
+
+using Entry = Kalvos::CatalogueEntry;
+
+constexpr double kDegree = 0.017453292519943295;  // pi / 180 as a double
+
+// Single precision, rounded to nearest, and back. Doubles from half a unit below 2^128 on
+// round to an infinite float; the cast itself would be undefined there.
+double ToFloat(double x) {
+    constexpr double kFloatOverflow = 3.4028235677973366e+38;  // 2^128 - 2^103
+    if (std::fabs(x) >= kFloatOverflow) return std::copysign(HUGE_VAL, x);
+    return static_cast<double>(static_cast<float>(x));
+}
+
+// "min" and "max": a later parameter replaces the running value only when strictly smaller
+// (larger), so a NaN after the first never wins and equal values keep the earlier one.
+template <bool kSmaller>
+double Extreme(const double* p, unsigned int count) {
+    double best = p[0];
+    for (unsigned int i = 1; i < count; ++i) {
+        if (kSmaller ? p[i] < best : p[i] > best) best = p[i];
+    }
+    return best;
+}
+
+template <std::size_t N>
+constexpr bool IsSortedByName(const Entry (&entries)[N]) {
+    for (std::size_t i = 1; i < N; ++i) {
+        if (entries[i].Name < entries[i - 1].Name) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+// The built-in functions, sorted by name for a binary search. Their computations are defined
+// here, inside a member, because some use the evaluator's generator, store and routines.
+const Kalvos::CatalogueEntry* Kalvos::FindBuiltin(std::string_view name, unsigned int count) {
+    using P = const double*;
+    using K = const Kalvos&;
+    static constexpr Entry kCatalogue[] = {
+        {"abs", 1, 1, [](K, P p, unsigned) { return std::fabs(p[0]); }},
+        {"acos", 1, 1, [](K, P p, unsigned) { return std::acos(p[0]); }},
+        {"asin", 1, 1, [](K, P p, unsigned) { return std::asin(p[0]); }},
+        {"atan", 1, 1, [](K, P p, unsigned) { return std::atan(p[0]); }},
+        {"atan2", 2, 2, [](K, P p, unsigned) { return std::atan2(p[0], p[1]); }},
+        {"ceil", 1, 1, [](K, P p, unsigned) { return std::ceil(p[0]); }},
+        {"cos", 1, 1, [](K, P p, unsigned) { return std::cos(p[0]); }},
+        {"cosdg", 1, 1, [](K, P p, unsigned) { return std::cos(p[0] * kDegree); }},
+        {"cosh", 1, 1, [](K, P p, unsigned) { return std::cosh(p[0]); }},
+        {"e", 0, 0, [](K, P, unsigned) { return 2.718281828459045; }},
+        {"eval", 3, 3, [](K, P p, unsigned) { return p[0] != 0.0 ? p[1] : p[2]; }},
+        {"exp", 1, 1, [](K, P p, unsigned) { return std::exp(p[0]); }},
+        {"float", 1, 1, [](K, P p, unsigned) { return ToFloat(p[0]); }},
+        {"floor", 1, 1, [](K, P p, unsigned) { return std::floor(p[0]); }},
+        {"fmod", 2, 2, [](K, P p, unsigned) { return std::fmod(p[0], p[1]); }},
+        {"fmodr", 2, 2, [](K, P p, unsigned) { return std::round(std::fmod(p[0], p[1])); }},
+        {"int", 1, 1, [](K, P p, unsigned) { return static_cast<double>(TruncToInt(p[0])); }},
+        {"log", 1, 1, [](K, P p, unsigned) { return std::log(p[0]); }},
+        {"log10", 1, 1, [](K, P p, unsigned) { return std::log10(p[0]); }},
+        {"max", 2, kMaxParameters, [](K, P p, unsigned n) { return Extreme<false>(p, n); }},
+        {"min", 2, kMaxParameters, [](K, P p, unsigned n) { return Extreme<true>(p, n); }},
+        {"pi", 0, 0, [](K, P, unsigned) { return 3.141592653589793; }},
+        {"pow", 2, 2, [](K, P p, unsigned) { return std::pow(p[0], p[1]); }},
+        {"rand", 0, 0, [](K k, P, unsigned) { return k.Random(); }},
+        {"rand", 2, 2, [](K k, P p, unsigned) { return k.Random(p[0], p[1]); }},
+        {"randinit", 1, 1,
+         [](K k, P p, unsigned) {
+             k.RandomInit(TruncToInt(p[0]));
+             return 0.0;
+         }},
+        {"randint", 2, 2,
+         [](K k, P p, unsigned) {
+             return static_cast<double>(k.RandomInt(TruncToInt(p[0]), TruncToInt(p[1])));
+         }},
+        {"round", 1, 1, [](K, P p, unsigned) { return std::round(p[0]); }},
+        {"roundpos", 3, 3, [](K k, P p, unsigned) { return k.CalcRoundPos(p[0], p[1], p[2]); }},
+        {"roundposx", 1, 1, [](K k, P p, unsigned) { return k.RoundPosOnAxis(p[0], "PosMin_x"); }},
+        {"roundposy", 1, 1, [](K k, P p, unsigned) { return k.RoundPosOnAxis(p[0], "PosMin_y"); }},
+        {"roundposz", 1, 1, [](K k, P p, unsigned) { return k.RoundPosOnAxis(p[0], "PosMin_z"); }},
+        {"sin", 1, 1, [](K, P p, unsigned) { return std::sin(p[0]); }},
+        {"sindg", 1, 1, [](K, P p, unsigned) { return std::sin(p[0] * kDegree); }},
+        {"sinh", 1, 1, [](K, P p, unsigned) { return std::sinh(p[0]); }},
+        {"sqrt", 1, 1, [](K, P p, unsigned) { return std::sqrt(p[0]); }},
+        {"tan", 1, 1, [](K, P p, unsigned) { return std::tan(p[0]); }},
+        {"tandg", 1, 1, [](K, P p, unsigned) { return std::tan(p[0] * kDegree); }},
+        {"tanh", 1, 1, [](K, P p, unsigned) { return std::tanh(p[0]); }},
+        {"wavelength", 3, 3,
+         [](K k, P p, unsigned) { return k.CalcWaveLength(p[0], p[1], p[2]); }},
+    };
+    static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == 40, "the 40 built-in functions");
+    static_assert(IsSortedByName(kCatalogue), "the binary search needs the names in order");
+
+    const auto* first = std::lower_bound(
+        std::begin(kCatalogue), std::end(kCatalogue), name,
+        [](const Entry& entry, std::string_view key) { return entry.Name < key; });
+    for (const auto* entry = first; entry != std::end(kCatalogue) && entry->Name == name;
+         ++entry) {
+        if (count >= entry->MinParams && count <= entry->MaxParams) return entry;
+    }
+    return nullptr;
+}
+
+double Kalvos::CallBuiltin(const CatalogueEntry& entry, const double* values,
+                           unsigned int count) const {
+    return entry.Compute(*this, values, count);
+}
+
+// "Dp" is read before the axis variable, so its failure comes first when both are missing.
+double Kalvos::RoundPosOnAxis(double p, const char* axisVariable) const {
+    const double dp = Vars->GetVarNum("Dp", ErrorText);
+    const double pmin = Vars->GetVarNum(axisVariable, ErrorText);
+    return CalcRoundPos(p, pmin, dp);
+}

@@ -1,0 +1,61 @@
+#include "evaluator/Kalvos.h"
+
+#include <ctime>
+#include <memory>
+
+#include "support/KalvosVars.h"
+#include "support/RandomMersenne.h"
+
+namespace {
+
+// The low 32 bits of the calendar time in whole seconds: objects made in the same second
+// draw the same numbers.
+int ClockSeed() { return static_cast<int>(static_cast<std::uint32_t>(std::time(nullptr))); }
+
+}  // namespace
+
+Kalvos::Kalvos() : Vars(nullptr), RandGen(nullptr) {
+    ClassName = "Kalvos";
+    auto vars = std::make_unique<KalvosVars>();
+    auto randGen = std::make_unique<CRandomMersenne>(ClockSeed());
+    Vars = vars.release();
+    RandGen = randGen.release();
+    Reset();
+}
+
+Kalvos::~Kalvos() {
+    Destroying = true;
+    Reset();
+    delete Vars;
+    Vars = nullptr;
+    delete RandGen;
+    RandGen = nullptr;
+}
+
+void Kalvos::Reset() {
+    Vars->Reset();
+    RandGen->RandomInit(ClockSeed());
+    ExprText.clear();
+    ErrorText.clear();
+    NameBuf.clear();
+}
+
+void Kalvos::RaiseMessage(int line, const char* method, const std::string& message) const {
+    RunExceptioon("Kalvos", line, ClassName, method, message + ErrorText, "");
+}
+
+int Kalvos::TruncToInt(double value) {
+    // The comparisons are false for NaN; inside the open interval truncation fits an int.
+    if (value > -2147483649.0 && value < 2147483648.0) return static_cast<int>(value);
+    return -2147483647 - 1;
+}
+
+bool Kalvos::EqualsLower(std::string_view text, std::string_view lower) {
+    if (text.size() != lower.size()) return false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != lower[i]) return false;
+    }
+    return true;
+}

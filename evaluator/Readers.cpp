@@ -1,0 +1,108 @@
+#include <charconv>
+#include <clocale>
+#include <cstdlib>
+#include <locale.h>
+
+#include "evaluator/Kalvos.h"
+#include "support/KalvosVars.h"
+
+namespace {
+
+constexpr const char* kNoEndOfParentheses = "Evaluating [%s]: End of parentheses is missing";
+constexpr const char* kNoEndOfBrackets = "Evaluating [%s]: End of brackets is missing";
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+std::size_t SkipDigits(std::string_view text, std::size_t pos) {
+    while (pos < text.size() && IsDigit(text[pos])) ++pos;
+    return pos;
+}
+
+// The "C" locale, made once: the conversion must not follow a host that has set a locale
+// with another decimal point.
+locale_t ClassicLocale() {
+    static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    return locale;
+}
+
+}  // namespace
+
+unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {
+    return SpanEnd(text, '(', ')', "LookforEndParentesis", kNoEndOfParentheses);
+}
+
+unsigned int Kalvos::LookforEndBrackets(const std::string& text) const {
+    return SpanEnd(text, '[', ']', "LookforEndBrackets", kNoEndOfBrackets);
+}
+
+// The length of the span from the opening delimiter at text[0] up to and including its
+// matching closing one. Only this pair is counted: to parentheses, brackets are ordinary.
+unsigned int Kalvos::SpanEnd(std::string_view text, char open, char close, const char* method,
+                             const char* message) const {
+    std::size_t depth = 1;
+    for (std::size_t pos = 1; pos < text.size(); ++pos) {
+        if (text[pos] == open) {
+            ++depth;
+        } else if (text[pos] == close && --depth == 0) {
+            return static_cast<unsigned int>(pos + 1);
+        }
+    }
+    Raise(__LINE__, method, message, text);
+}
+
+std::string Kalvos::ReadName(const std::string& text, unsigned int& length, char& next) const {
+    const std::size_t n = ScanName(text);
+    length = static_cast<unsigned int>(n);
+    next = n < text.size() ? text[n] : '\0';
+    return text.substr(0, n);
+}
+
+// The first character was accepted by FirstCharValid before; the name runs on while
+// CharValid accepts.
+std::size_t Kalvos::ScanName(std::string_view text) {
+    std::size_t n = 1;
+    while (n < text.size() && KalvosVars::CharValid(text[n])) ++n;
+    return n;
+}
+
+double Kalvos::ReadNumber(std::string& text, bool& invalid) const {
+    if (invalid) return 0.0;
+    double value = 0.0;
+    const std::size_t length = ScanNumber(text, value);
+    if (length == 0) {
+        invalid = true;
+        return 0.0;
+    }
+    text.erase(0, length);
+    return value;
+}
+
+// number := digit+ ( "." digit* )? ( ("e" | "E") ("+" | "-") digit+ )?
+// The exponent's sign is required, so that 2e+1 is one number and a bare "e" after digits is
+// an error rather than the start of a name. Gives the length taken, 0 for no valid number.
+std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
+    std::size_t end = SkipDigits(text, 0);
+    if (end == 0) return 0;
+    if (end < text.size() && text[end] == '.') end = SkipDigits(text, end + 1);
+    if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
+        const bool signFollows =
+            end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
+        if (!signFollows || end + 2 >= text.size() || !IsDigit(text[end + 2])) return 0;
+        end = SkipDigits(text, end + 2);
+    }
+    return ConvertNumber(text.substr(0, end), value) ? end : 0;
+}
+
+// Gives exactly what extracting a double from a stream in the "C" locale gives: the correctly
+// rounded value, 0 or a subnormal for an underflow, and failure for an overflow. from_chars is
+// the fast path; whatever it does not convert cleanly goes through strtod_l, which is what the
+// stream extraction itself calls.
+bool Kalvos::ConvertNumber(std::string_view literal, double& value) {
+    const char* end = literal.data() + literal.size();
+    const auto result = std::from_chars(literal.data(), end, value);
+    if (result.ec == std::errc() && result.ptr == end) return true;
+    const std::string copy(literal);
+    char* stop = nullptr;
+    value = strtod_l(copy.c_str(), &stop, ClassicLocale());
+    return stop == copy.c_str() + copy.size() && value <= 1.7976931348623157e+308;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+/// The failure every Kalvos object raises. It keeps the six arguments of the raise so that a
+/// host can read where the failure came from; `what()` joins them into one readable line that
+/// contains the message unchanged.
+class JException : public std::runtime_error {
+public:
+    JException(std::string srcFile, int srcLine, std::string className, std::string method,
+               std::string text, std::string file);
+
+    const std::string& GetSrcFile() const { return SrcFile; }
+    int GetSrcLine() const { return SrcLine; }
+    const std::string& GetClassName() const { return ClassName; }
+    const std::string& GetMethod() const { return Method; }
+    /// The message, with the caller's error text already appended.
+    const std::string& GetText() const { return Text; }
+    /// The extra text of the raise; the evaluator always passes "".
+    const std::string& GetFile() const { return File; }
+
+private:
+    std::string SrcFile;
+    int SrcLine;
+    std::string ClassName;
+    std::string Method;
+    std::string Text;
+    std::string File;
+};
+
+/// Base of the Kalvos classes: a class name for reports and the single way to raise.
+class JObject {
+public:
+    JObject() = default;
+
+    const std::string& GetClassName() const { return ClassName; }
+    bool GetDestroying() const { return Destroying; }
+
+    /// Throws a JException carrying the six arguments; never returns.
+    [[noreturn]] void RunExceptioon(const std::string& srcFile, int srcLine,
+                                    const std::string& className, const std::string& method,
+                                    const std::string& text, const std::string& file) const;
+
+protected:
+    std::string ClassName = "JObject";
+    bool Destroying = false;
+};

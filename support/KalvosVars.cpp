@@ -1,0 +1,145 @@
+#include "support/KalvosVars.h"
+
+#include "support/Functions.h"
+
+namespace {
+
+const std::string kModule = "KalvosVars";
+constexpr std::size_t kFirstSlotCount = 64;
+
+std::uint64_t HashName(std::string_view name) {
+    std::uint64_t hash = 14695981039346656037ull;  // FNV-1a
+    for (const char c : name) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= 1099511628211ull;
+    }
+    return hash;
+}
+
+}  // namespace
+
+KalvosVars::KalvosVars() {
+    ClassName = "KalvosVars";
+    RebuildSlots(kFirstSlotCount);
+}
+
+KalvosVars::~KalvosVars() { Destroying = true; }
+
+void KalvosVars::Reset() {
+    Items.clear();
+    RebuildSlots(kFirstSlotCount);
+}
+
+void KalvosVars::SetVarNum(const std::string& name, double value) {
+    Var& var = Items[Define(name)];
+    var.IsNum = true;
+    var.Num = value;
+    var.Str.clear();
+}
+
+void KalvosVars::SetVarStr(const std::string& name, const std::string& value) {
+    Var& var = Items[Define(name)];
+    var.IsNum = false;
+    var.Num = 0.0;
+    var.Str = value;
+}
+
+bool KalvosVars::DelVar(const std::string& name) {
+    const unsigned int idx = FindVar(name);
+    if (idx == kNoVar) return false;
+    Items.erase(Items.begin() + idx);
+    RebuildSlots(Slots.size());
+    return true;
+}
+
+unsigned int KalvosVars::GetCount() const { return static_cast<unsigned int>(Items.size()); }
+
+unsigned int KalvosVars::GetVarIdx(const std::string& name) const { return FindVar(name); }
+
+unsigned int KalvosVars::FindVar(std::string_view name) const {
+    const std::size_t mask = Slots.size() - 1;
+    for (std::size_t slot = HashName(name) & mask;; slot = (slot + 1) & mask) {
+        const std::uint32_t entry = Slots[slot];
+        if (entry == 0) return kNoVar;
+        if (Items[entry - 1].Name == name) return entry - 1;
+    }
+}
+
+const std::string& KalvosVars::GetVarName(unsigned int idx) const {
+    return At(idx, "GetVarName", "").Name;
+}
+
+bool KalvosVars::VarIsNum(unsigned int idx) const {
+    return idx < Items.size() && Items[idx].IsNum;
+}
+
+double KalvosVars::GetVarNum(unsigned int idx, std::string errortext) const {
+    return At(idx, "GetVarNum", errortext).Num;
+}
+
+std::string KalvosVars::GetVarStr(unsigned int idx, std::string errortext) const {
+    return At(idx, "GetVarStr", errortext).Str;
+}
+
+std::string_view KalvosVars::GetVarStrView(unsigned int idx) const {
+    return At(idx, "GetVarStr", "").Str;
+}
+
+double KalvosVars::GetVarNum(const std::string& name, std::string errortext) const {
+    const unsigned int idx = FindVar(name);
+    if (idx == kNoVar) {
+        Raise(__LINE__, "GetVarNum",
+              fun::PrintStr("The variable '%s' does not exist.", name.c_str()) + errortext);
+    }
+    if (!Items[idx].IsNum) {
+        Raise(__LINE__, "GetVarNum",
+              fun::PrintStr("The variable '%s' is not a numeric variable.", name.c_str()) +
+                  errortext);
+    }
+    return Items[idx].Num;
+}
+
+bool KalvosVars::CharValid(char c) {
+    return FirstCharValid(c) || (c >= '0' && c <= '9');
+}
+
+bool KalvosVars::FirstCharValid(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+unsigned int KalvosVars::Define(const std::string& name) {
+    const unsigned int found = FindVar(name);
+    if (found != kNoVar) return found;
+    Items.push_back(Var{name, true, 0.0, std::string()});
+    if (Items.size() * 2 > Slots.size()) {
+        RebuildSlots(Slots.size() * 2);
+    } else {
+        const std::size_t mask = Slots.size() - 1;
+        std::size_t slot = HashName(name) & mask;
+        while (Slots[slot] != 0) slot = (slot + 1) & mask;
+        Slots[slot] = static_cast<std::uint32_t>(Items.size());
+    }
+    return static_cast<unsigned int>(Items.size() - 1);
+}
+
+void KalvosVars::RebuildSlots(std::size_t slotCount) {
+    Slots.assign(slotCount, 0);
+    const std::size_t mask = slotCount - 1;
+    for (std::size_t i = 0; i < Items.size(); ++i) {
+        std::size_t slot = HashName(Items[i].Name) & mask;
+        while (Slots[slot] != 0) slot = (slot + 1) & mask;
+        Slots[slot] = static_cast<std::uint32_t>(i + 1);
+    }
+}
+
+const KalvosVars::Var& KalvosVars::At(unsigned int idx, const char* method,
+                                      const std::string& errortext) const {
+    if (idx >= Items.size()) {
+        Raise(__LINE__, method, fun::PrintStr("Variable index %u is out of range.", idx) + errortext);
+    }
+    return Items[idx];
+}
+
+void KalvosVars::Raise(int line, const char* method, const std::string& message) const {
+    RunExceptioon(kModule, line, ClassName, method, message, "");
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/JObject.h"
+
+/// The variable store of an evaluator: named variables holding either a number or a text.
+///
+/// Names are case-sensitive and may be any text, the empty text and names with blanks
+/// included (a string-expression marker can reach names an expression cannot spell).
+/// Setting a variable that exists replaces its value and its kind. An index returned by
+/// GetVarIdx stays valid until the store changes (a new name, DelVar, Reset).
+class KalvosVars : public JObject {
+public:
+    /// The index that designates no variable.
+    static constexpr unsigned int kNoVar = 0xFFFFFFFFu;
+
+    KalvosVars();
+    ~KalvosVars();
+
+    /// Removes every variable.
+    void Reset();
+    void SetVarNum(const std::string& name, double value);
+    void SetVarStr(const std::string& name, const std::string& value);
+    /// False when there was no variable of that name.
+    bool DelVar(const std::string& name);
+
+    unsigned int GetCount() const;
+    /// kNoVar when no variable has the name.
+    unsigned int GetVarIdx(const std::string& name) const;
+    /// The same lookup on any run of characters; allocates nothing.
+    unsigned int FindVar(std::string_view name) const;
+    /// The name of the variable at an index (the store's order is the order of definition,
+    /// until DelVar). Raises for an index that designates no variable.
+    const std::string& GetVarName(unsigned int idx) const;
+
+    bool VarIsNum(unsigned int idx) const;
+    /// The number of a variable; 0 for a text variable. Raises for an index out of range.
+    double GetVarNum(unsigned int idx, std::string errortext) const;
+    /// The text of a variable; empty for a numeric variable. Raises for an index out of range.
+    std::string GetVarStr(unsigned int idx, std::string errortext) const;
+    /// The text of a variable without copying it; valid until the store changes.
+    std::string_view GetVarStrView(unsigned int idx) const;
+    /// Raises when no variable has the name or when it holds a text; the error text is
+    /// appended to the message.
+    double GetVarNum(const std::string& name, std::string errortext) const;
+
+    /// ASCII letters, digits and '_': what may follow the first character of a name.
+    static bool CharValid(char c);
+    /// ASCII letters and '_': what may begin a name (never a digit, so numbers stay readable).
+    static bool FirstCharValid(char c);
+
+    KalvosVars(const KalvosVars&) = delete;
+    KalvosVars& operator=(const KalvosVars&) = delete;
+
+private:
+    struct Var {
+        std::string Name;
+        bool IsNum;
+        double Num;
+        std::string Str;
+    };
+
+    unsigned int Define(const std::string& name);
+    void RebuildSlots(std::size_t slotCount);
+    const Var& At(unsigned int idx, const char* method, const std::string& errortext) const;
+    [[noreturn]] void Raise(int line, const char* method, const std::string& message) const;
+
+    std::vector<Var> Items;
+    // Open addressing over Items: each slot holds an index + 1, 0 for an empty slot. The table
+    // is kept at most half full so that a probe ends quickly at an empty slot.
+    std::vector<std::uint32_t> Slots;
+};
