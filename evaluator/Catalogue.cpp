@@ -98,17 +98,15 @@ const Kalvos::CatalogueEntry* Kalvos::FindBuiltin(std::string_view name, unsigne
         {"tan", 1, 1, [](K, P p, unsigned) { return std::tan(p[0]); }},
         {"tandg", 1, 1, [](K, P p, unsigned) { return std::tan(p[0] * kDegree); }},
         {"tanh", 1, 1, [](K, P p, unsigned) { return std::tanh(p[0]); }},
-        {"wavelength", 3, 3,
-         [](K k, P p, unsigned) { return k.CalcWaveLength(p[0], p[1], p[2]); }},
+        {"wavelength", 3, 3, [](K k, P p, unsigned) { return k.CalcWaveLength(p[0], p[1], p[2]); }},
     };
     static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == 40, "the 40 built-in functions");
     static_assert(IsSortedByName(kCatalogue), "the binary search needs the names in order");
 
-    const auto* first = std::lower_bound(
-        std::begin(kCatalogue), std::end(kCatalogue), name,
-        [](const Entry& entry, std::string_view key) { return entry.Name < key; });
-    for (const auto* entry = first; entry != std::end(kCatalogue) && entry->Name == name;
-         ++entry) {
+    const auto* first =
+        std::lower_bound(std::begin(kCatalogue), std::end(kCatalogue), name,
+                         [](const Entry& entry, std::string_view key) { return entry.Name < key; });
+    for (const auto* entry = first; entry != std::end(kCatalogue) && entry->Name == name; ++entry) {
         if (count >= entry->MinParams && count <= entry->MaxParams) return entry;
     }
     return nullptr;

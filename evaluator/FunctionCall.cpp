@@ -12,9 +12,12 @@ constexpr const char* kInvalidResult =
 
 const char* ResultLabel(int code) {
     switch (code) {
-        case 1: return "NaN";
-        case 2: return "Infinity";
-        default: return "Unknown";
+        case 1:
+            return "NaN";
+        case 2:
+            return "Infinity";
+        default:
+            return "Unknown";
     }
 }
 

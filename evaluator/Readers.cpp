@@ -1,7 +1,9 @@
+#include <locale.h>
+
 #include <charconv>
 #include <clocale>
+#include <cstdint>
 #include <cstdlib>
-#include <locale.h>
 
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
@@ -93,11 +95,59 @@ std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
     return ConvertNumber(text.substr(0, end), value) ? end : 0;
 }
 
+namespace {
+
+// Up to 15 significant digits make an exact double, and so do the powers of ten up to 1e22:
+// one multiplication or division of two exact values is then correctly rounded, the value any
+// correct conversion gives. Literals outside that range are left to the full conversion.
+bool ConvertShort(std::string_view literal, double& value) {
+    static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                              1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                              1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    constexpr int kMaxDigits = 15;
+    constexpr int kMaxScale = 22;
+    std::uint64_t mantissa = 0;
+    int digits = 0;
+    int scale = 0;
+    bool fraction = false;
+    std::size_t i = 0;
+    for (; i < literal.size() && (IsDigit(literal[i]) || literal[i] == '.'); ++i) {
+        if (literal[i] == '.') {
+            fraction = true;
+            continue;
+        }
+        if (fraction) --scale;
+        if (mantissa == 0 && literal[i] == '0') continue;  // leading zeros are no digits
+        if (++digits > kMaxDigits) return false;
+        mantissa = mantissa * 10 + static_cast<std::uint64_t>(literal[i] - '0');
+    }
+    if (i < literal.size()) {  // the scanner guarantees "e", a sign and digits
+        const bool negative = literal[i + 1] == '-';
+        int exponent = 0;
+        for (i += 2; i < literal.size(); ++i) {
+            if (exponent > 1000) return false;
+            exponent = exponent * 10 + (literal[i] - '0');
+        }
+        scale += negative ? -exponent : exponent;
+    }
+    if (mantissa == 0) {
+        value = 0.0;
+        return true;
+    }
+    if (scale < -kMaxScale || scale > kMaxScale) return false;
+    const auto m = static_cast<double>(mantissa);
+    value = scale >= 0 ? m * kPowersOfTen[scale] : m / kPowersOfTen[-scale];
+    return true;
+}
+
+}  // namespace
+
 // Gives exactly what extracting a double from a stream in the "C" locale gives: the correctly
-// rounded value, 0 or a subnormal for an underflow, and failure for an overflow. from_chars is
-// the fast path; whatever it does not convert cleanly goes through strtod_l, which is what the
-// stream extraction itself calls.
+// rounded value, 0 or a subnormal for an underflow, and failure for an overflow. Short
+// literals are converted exactly at once; then from_chars; whatever it does not convert
+// cleanly goes through strtod_l, which is what the stream extraction itself calls.
 bool Kalvos::ConvertNumber(std::string_view literal, double& value) {
+    if (ConvertShort(literal, value)) return true;
     const char* end = literal.data() + literal.size();
     const auto result = std::from_chars(literal.data(), end, value);
     if (result.ec == std::errc() && result.ptr == end) return true;

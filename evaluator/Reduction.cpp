@@ -13,11 +13,9 @@ constexpr const char* kNegativeIndex =
     "Evaluating [%s]: The result of brackets [%s] is less than zero.";
 constexpr const char* kNoToken = "Evaluating [%s]: The expression at position %d is invalid.";
 constexpr const char* kBadNumber = "Evaluating [%s]: Number at position %d is invalid.";
-constexpr const char* kNotNumeric =
-    "Evaluating [%s]: The variable '%s' is not a numeric variable.";
+constexpr const char* kNotNumeric = "Evaluating [%s]: The variable '%s' is not a numeric variable.";
 constexpr const char* kBadOperator = "Evaluating [%s]: Operator at position %d is invalid.";
 constexpr const char* kNoVariable = "Evaluating [%s]: The variable '%s' does not exist.";
-constexpr const char* kDivisionByZero = "Evaluating [%s]: Division by zero.";
 
 constexpr unsigned int kPasses = 7;
 
@@ -30,6 +28,8 @@ int Position(std::string_view text, std::string_view rest) {
 
 }  // namespace
 
+// The text is taken by value, as by every operation that may edit a text.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 double Kalvos::ComputExpr(std::string text) {
     NameBuf.clear();
     return Evaluate(text, 0);
@@ -86,8 +86,8 @@ double Kalvos::ReadOperand(std::string_view text, std::string_view& rest, unsign
 
 // A variable with any number of indices: each index is evaluated, truncated and appended in
 // decimal to the name, so x[1+1] reads the variable x2 and m[1][2] reads m12.
-double Kalvos::ReadVariable(std::string_view text, std::string_view& rest,
-                            std::size_t nameLength, unsigned int depth) {
+double Kalvos::ReadVariable(std::string_view text, std::string_view& rest, std::size_t nameLength,
+                            unsigned int depth) {
     const std::string_view name = rest.substr(0, nameLength);
     rest.remove_prefix(nameLength);
     if (rest.empty() || rest[0] != '[') return VariableValue(text, name);
@@ -145,62 +145,14 @@ Kalvos::TpOper Kalvos::ReadOperatorToken(std::string_view text, std::string_view
 }
 
 // Seven passes, tightest binding first: 0 prefix "!" and "-"; 1 "*" "/"; 2 "+" "-";
-// 3 "<" ">" "<=" ">="; 4 "==" "!="; 5 "@@"; 6 "||". Each pass reduces the leftmost
-// operator it applies to and searches again; passes whose operators the list lacks are
-// skipped, which changes nothing since they would find nothing.
+// 3 "<" ">" "<=" ">="; 4 "==" "!="; 5 "@@"; 6 "||". Passes whose operators the list lacks
+// are skipped, since they would find nothing to reduce.
 double Kalvos::Reduce(std::string_view text, StElement* list, unsigned int& count,
                       unsigned int passes) const {
-    for (unsigned int pass = 0; pass < kPasses; ++pass) {
-        if ((passes & (1u << pass)) == 0) continue;
-        unsigned int i = 0;
-        while (count > 1 && i < count) {
-            // Only the neighbours of a reduction change, so nothing left of i - 2 can have
-            // become applicable: searching again from there finds the same leftmost rule.
-            if (ApplyRule(pass, text, list, count, i)) {
-                i = i >= 2 ? i - 2 : 0;
-            } else {
-                ++i;
-            }
-        }
+    if ((passes & 1u) != 0) ApplyPrefixOperators(list, count);
+    for (unsigned int pass = 1; pass < kPasses; ++pass) {
+        if ((passes & (1u << pass)) != 0) ApplyInfixOperators(pass, text, list, count);
     }
     if (count != 1 || !list[0].IsNum) Raise(__LINE__, kMethod, kInvalid, text);
     return list[0].Num;
-}
-
-bool Kalvos::ApplyRule(unsigned int pass, std::string_view text, StElement* list,
-                       unsigned int& count, unsigned int i) const {
-    if (list[i].IsNum || i + 1 >= count || !list[i + 1].IsNum) return false;
-    const TpOper oper = list[i].Oper;
-    const double b = list[i + 1].Num;
-    if (pass == 0) {
-        const bool prefixMinus = oper == OP_Sub && (i == 0 || !list[i - 1].IsNum);
-        if (oper != OP_Not && !prefixMinus) return false;
-        list[i] = {true, oper == OP_Not ? (b == 0.0 ? 1.0 : 0.0) : -b, OP_None};
-        RemoveElement(i + 1, 1, list, count);
-        return true;
-    }
-    if (OperatorPass(oper) != pass || i == 0 || !list[i - 1].IsNum) return false;
-    const double a = list[i - 1].Num;
-    double result = 0.0;
-    switch (oper) {
-        case OP_Mul: result = a * b; break;
-        case OP_Div:
-            if (b == 0.0) Raise(__LINE__, kMethod, kDivisionByZero, text);
-            result = a / b;
-            break;
-        case OP_Add: result = a + b; break;
-        case OP_Sub: result = a - b; break;
-        case OP_Lt: result = a < b ? 1.0 : 0.0; break;
-        case OP_Gt: result = a > b ? 1.0 : 0.0; break;
-        case OP_Le: result = a <= b ? 1.0 : 0.0; break;
-        case OP_Ge: result = a >= b ? 1.0 : 0.0; break;
-        case OP_Eq: result = a == b ? 1.0 : 0.0; break;
-        case OP_Neq: result = a == b ? 0.0 : 1.0; break;
-        case OP_And: result = a != 0.0 && b != 0.0 ? 1.0 : 0.0; break;
-        case OP_Or: result = a == 0.0 && b == 0.0 ? 0.0 : 1.0; break;
-        default: return false;
-    }
-    list[i - 1] = {true, result, OP_None};
-    RemoveElement(i, 2, list, count);
-    return true;
 }

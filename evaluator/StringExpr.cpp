@@ -27,6 +27,8 @@ std::string Kalvos::ComputeExprStr(std::string text, const std::string& errortex
     return ComputExprStr(std::move(text));
 }
 
+// The text is taken by value, as by every operation that may edit a text.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string Kalvos::ComputExprStr(std::string text) { return Expand(text); }
 
 // Replacing a marker and scanning the new text again from its start gives the same result as

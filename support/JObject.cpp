@@ -15,8 +15,8 @@ std::string DescribeRaise(const std::string& srcFile, int srcLine, const std::st
 
 }  // namespace
 
-JException::JException(std::string srcFile, int srcLine, std::string className,
-                       std::string method, std::string text, std::string file)
+JException::JException(std::string srcFile, int srcLine, std::string className, std::string method,
+                       std::string text, std::string file)
     : std::runtime_error(DescribeRaise(srcFile, srcLine, className, method, text, file)),
       SrcFile(std::move(srcFile)),
       SrcLine(srcLine),

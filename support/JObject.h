@@ -3,10 +3,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "kalvos_export.h"
+
 /// The failure every Kalvos object raises. It keeps the six arguments of the raise so that a
 /// host can read where the failure came from; `what()` joins them into one readable line that
 /// contains the message unchanged.
-class JException : public std::runtime_error {
+class KALVOS_EXPORT JException : public std::runtime_error {
 public:
     JException(std::string srcFile, int srcLine, std::string className, std::string method,
                std::string text, std::string file);
@@ -30,7 +32,7 @@ private:
 };
 
 /// Base of the Kalvos classes: a class name for reports and the single way to raise.
-class JObject {
+class KALVOS_EXPORT JObject {
 public:
     JObject() = default;
 

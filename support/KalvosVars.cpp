@@ -4,7 +4,7 @@
 
 namespace {
 
-const std::string kModule = "KalvosVars";
+constexpr const char* kModule = "KalvosVars";
 constexpr std::size_t kFirstSlotCount = 64;
 
 std::uint64_t HashName(std::string_view name) {
@@ -57,11 +57,13 @@ unsigned int KalvosVars::GetCount() const { return static_cast<unsigned int>(Ite
 unsigned int KalvosVars::GetVarIdx(const std::string& name) const { return FindVar(name); }
 
 unsigned int KalvosVars::FindVar(std::string_view name) const {
+    const std::uint64_t hash = HashName(name);
     const std::size_t mask = Slots.size() - 1;
-    for (std::size_t slot = HashName(name) & mask;; slot = (slot + 1) & mask) {
-        const std::uint32_t entry = Slots[slot];
+    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        const std::uint64_t entry = Slots[slot];
         if (entry == 0) return kNoVar;
-        if (Items[entry - 1].Name == name) return entry - 1;
+        const auto idx = static_cast<std::uint32_t>(entry) - 1;
+        if ((entry >> 32) == (hash >> 32) && Items[idx].Name == name) return idx;
     }
 }
 
@@ -69,14 +71,8 @@ const std::string& KalvosVars::GetVarName(unsigned int idx) const {
     return At(idx, "GetVarName", "").Name;
 }
 
-bool KalvosVars::VarIsNum(unsigned int idx) const {
-    return idx < Items.size() && Items[idx].IsNum;
-}
-
-double KalvosVars::GetVarNum(unsigned int idx, std::string errortext) const {
-    return At(idx, "GetVarNum", errortext).Num;
-}
-
+// The error texts of the value readers are taken by value: the store's interface says so.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string KalvosVars::GetVarStr(unsigned int idx, std::string errortext) const {
     return At(idx, "GetVarStr", errortext).Str;
 }
@@ -85,6 +81,7 @@ std::string_view KalvosVars::GetVarStrView(unsigned int idx) const {
     return At(idx, "GetVarStr", "").Str;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface says
 double KalvosVars::GetVarNum(const std::string& name, std::string errortext) const {
     const unsigned int idx = FindVar(name);
     if (idx == kNoVar) {
@@ -99,14 +96,6 @@ double KalvosVars::GetVarNum(const std::string& name, std::string errortext) con
     return Items[idx].Num;
 }
 
-bool KalvosVars::CharValid(char c) {
-    return FirstCharValid(c) || (c >= '0' && c <= '9');
-}
-
-bool KalvosVars::FirstCharValid(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-
 unsigned int KalvosVars::Define(const std::string& name) {
     const unsigned int found = FindVar(name);
     if (found != kNoVar) return found;
@@ -114,30 +103,33 @@ unsigned int KalvosVars::Define(const std::string& name) {
     if (Items.size() * 2 > Slots.size()) {
         RebuildSlots(Slots.size() * 2);
     } else {
-        const std::size_t mask = Slots.size() - 1;
-        std::size_t slot = HashName(name) & mask;
-        while (Slots[slot] != 0) slot = (slot + 1) & mask;
-        Slots[slot] = static_cast<std::uint32_t>(Items.size());
+        Place(Items.size() - 1);
     }
     return static_cast<unsigned int>(Items.size() - 1);
 }
 
 void KalvosVars::RebuildSlots(std::size_t slotCount) {
     Slots.assign(slotCount, 0);
-    const std::size_t mask = slotCount - 1;
-    for (std::size_t i = 0; i < Items.size(); ++i) {
-        std::size_t slot = HashName(Items[i].Name) & mask;
-        while (Slots[slot] != 0) slot = (slot + 1) & mask;
-        Slots[slot] = static_cast<std::uint32_t>(i + 1);
-    }
+    for (std::size_t i = 0; i < Items.size(); ++i) Place(i);
+}
+
+void KalvosVars::Place(std::size_t idx) {
+    const std::uint64_t hash = HashName(Items[idx].Name);
+    const std::size_t mask = Slots.size() - 1;
+    std::size_t slot = hash & mask;
+    while (Slots[slot] != 0) slot = (slot + 1) & mask;
+    Slots[slot] = (hash & 0xFFFFFFFF00000000ull) | (idx + 1);
 }
 
 const KalvosVars::Var& KalvosVars::At(unsigned int idx, const char* method,
                                       const std::string& errortext) const {
-    if (idx >= Items.size()) {
-        Raise(__LINE__, method, fun::PrintStr("Variable index %u is out of range.", idx) + errortext);
-    }
+    if (idx >= Items.size()) RaiseOutOfRange(idx, method, errortext);
     return Items[idx];
+}
+
+double KalvosVars::RaiseOutOfRange(unsigned int idx, const char* method,
+                                   const std::string& errortext) const {
+    Raise(__LINE__, method, fun::PrintStr("Variable index %u is out of range.", idx) + errortext);
 }
 
 void KalvosVars::Raise(int line, const char* method, const std::string& message) const {

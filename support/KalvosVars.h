@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kalvos_export.h"
 #include "support/JObject.h"
 
 /// The variable store of an evaluator: named variables holding either a number or a text.
@@ -13,7 +14,7 @@
 /// included (a string-expression marker can reach names an expression cannot spell).
 /// Setting a variable that exists replaces its value and its kind. An index returned by
 /// GetVarIdx stays valid until the store changes (a new name, DelVar, Reset).
-class KalvosVars : public JObject {
+class KALVOS_EXPORT KalvosVars : public JObject {
 public:
     /// The index that designates no variable.
     static constexpr unsigned int kNoVar = 0xFFFFFFFFu;
@@ -37,9 +38,12 @@ public:
     /// until DelVar). Raises for an index that designates no variable.
     const std::string& GetVarName(unsigned int idx) const;
 
-    bool VarIsNum(unsigned int idx) const;
+    bool VarIsNum(unsigned int idx) const { return idx < Items.size() && Items[idx].IsNum; }
     /// The number of a variable; 0 for a text variable. Raises for an index out of range.
-    double GetVarNum(unsigned int idx, std::string errortext) const;
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface says
+    double GetVarNum(unsigned int idx, std::string errortext) const {
+        return idx < Items.size() ? Items[idx].Num : RaiseOutOfRange(idx, "GetVarNum", errortext);
+    }
     /// The text of a variable; empty for a numeric variable. Raises for an index out of range.
     std::string GetVarStr(unsigned int idx, std::string errortext) const;
     /// The text of a variable without copying it; valid until the store changes.
@@ -49,9 +53,11 @@ public:
     double GetVarNum(const std::string& name, std::string errortext) const;
 
     /// ASCII letters, digits and '_': what may follow the first character of a name.
-    static bool CharValid(char c);
+    static bool CharValid(char c) { return FirstCharValid(c) || (c >= '0' && c <= '9'); }
     /// ASCII letters and '_': what may begin a name (never a digit, so numbers stay readable).
-    static bool FirstCharValid(char c);
+    static bool FirstCharValid(char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    }
 
     KalvosVars(const KalvosVars&) = delete;
     KalvosVars& operator=(const KalvosVars&) = delete;
@@ -66,11 +72,15 @@ private:
 
     unsigned int Define(const std::string& name);
     void RebuildSlots(std::size_t slotCount);
+    void Place(std::size_t idx);
     const Var& At(unsigned int idx, const char* method, const std::string& errortext) const;
+    [[noreturn]] double RaiseOutOfRange(unsigned int idx, const char* method,
+                                        const std::string& errortext) const;
     [[noreturn]] void Raise(int line, const char* method, const std::string& message) const;
 
     std::vector<Var> Items;
-    // Open addressing over Items: each slot holds an index + 1, 0 for an empty slot. The table
-    // is kept at most half full so that a probe ends quickly at an empty slot.
-    std::vector<std::uint32_t> Slots;
+    // Open addressing over Items: each slot holds an index + 1 in its low half (0 for an empty
+    // slot) and the high half of the name's hash, so that a probe compares names only when the
+    // hashes agree. The table is kept at most half full so that a probe ends quickly.
+    std::vector<std::uint64_t> Slots;
 };

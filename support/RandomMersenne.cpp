@@ -24,7 +24,8 @@ void CRandomMersenne::RandomInit(int seed) {
 
 void CRandomMersenne::Twist() {
     for (int i = 0; i < kStateSize; ++i) {
-        const std::uint32_t y = (State[i] & kUpperMask) | (State[(i + 1) % kStateSize] & kLowerMask);
+        const std::uint32_t y =
+            (State[i] & kUpperMask) | (State[(i + 1) % kStateSize] & kLowerMask);
         State[i] = State[(i + kShift) % kStateSize] ^ (y >> 1) ^ ((y & 1u) != 0 ? kMatrixA : 0u);
     }
     Index = 0;

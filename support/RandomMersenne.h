@@ -2,10 +2,12 @@
 
 #include <cstdint>
 
+#include "kalvos_export.h"
+
 /// The MT19937 Mersenne Twister. Seeding is the published initialisation of the seed taken
 /// as an unsigned 32-bit value, so BRandom() yields exactly the sequence of std::mt19937
 /// constructed with the same value.
-class CRandomMersenne {
+class KALVOS_EXPORT CRandomMersenne {
 public:
     explicit CRandomMersenne(int seed);
 
