@@ -1,0 +1,32 @@
+#include <climits>
+#include <random>
+#include <set>
+
+#include "TestSupport.h"
+#include "support/RandomMersenne.h"
+
+TEST(RandomMersenne, RawOutputIsMt19937OfTheSeedAsUnsigned) {
+    CRandomMersenne generator(1234);
+    for (const int seed : {0, 5489, -1, INT_MIN, INT_MAX}) {
+        for (int pass = 0; pass < 2; ++pass) {  // reseeding starts the sequence again
+            generator.RandomInit(seed);
+            std::mt19937 reference(static_cast<std::uint32_t>(seed));
+            for (int i = 0; i < 2000; ++i) ASSERT_EQ(generator.BRandom(), reference()) << seed;
+        }
+    }
+}
+
+TEST(RandomMersenne, DrawsStayInTheirBounds) {
+    CRandomMersenne generator(3);
+    std::set<int> dice, signs;
+    for (int i = 0; i < 20000; ++i) {
+        const double r = generator.Random();
+        ASSERT_TRUE(r >= 0 && r < 1) << r;
+        dice.insert(generator.IRandomX(6, 1));  // the bounds are swapped
+        signs.insert(generator.IRandomX(INT_MIN, INT_MAX) > 0);
+        ASSERT_GE(generator.IRandomX(INT_MAX - 1, INT_MAX), INT_MAX - 1);
+        ASSERT_LE(generator.IRandomX(INT_MIN, INT_MIN + 1), INT_MIN + 1);
+    }
+    EXPECT_EQ(dice, (std::set<int>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(signs.size(), 2u);
+}
