@@ -32,10 +32,11 @@ class CRandomMersenne;
 ///   s = [s], ends in) and kMaxExpandedLength characters of expanded text ("Evaluating [%s]:
 ///   The expanded text is too long."); both name the text the host gave.
 ///
-/// Threads: objects share nothing, so separate objects may be used from separate threads at
-/// the same time. One object serves one thread at a time: every evaluation writes the
-/// object's texts, scratch space and random generator, and the store must not change while
-/// the object evaluates. JException objects, once caught, belong to their catcher.
+/// Threads: objects share no writable state (only the read-only function table), so separate
+/// objects may be used from separate threads at the same time. One object serves one thread
+/// at a time: every evaluation writes the object's texts, scratch space and random generator,
+/// and the store must not change while the object evaluates. Messages are formatted under the
+/// host's C locale, so a host must not call setlocale while any object evaluates.
 ///
 /// Texts passed by value are taken over: a host that evaluates a long text repeatedly and
 /// wants no allocation in the call moves the text in.

@@ -12,7 +12,8 @@ TEST(EntryPoints, ComputeExprPreparesTheText) {
         {"#())(", "ComputeExpr: Parenthesis in expression [())(] are wrong."},
         {"1 +\t2", "ComputExpr: Evaluating [1+\t2]: The expression at position 2 is invalid."}};
     for (const auto& [text, failure] : cases) {
-        const JException raised = CatchRaise([&] { k.ComputeExpr(text, " at line 3"); });
+        const std::string expr = text;  // a lambda may not capture a structured binding
+        const JException raised = CatchRaise([&] { k.ComputeExpr(expr, " at line 3"); });
         EXPECT_EQ(raised.GetMethod() + ": " + raised.GetText(),
                   failure + std::string(" at line 3"));
         EXPECT_EQ(k.GetExprText() + k.GetErrorText(), text + std::string(" at line 3"));
