@@ -55,8 +55,9 @@ double Kalvos::Evaluate(std::string_view text, unsigned int depth) {
         } else {
             const TpOper oper = ReadOperatorToken(text, rest, list, count);
             list[count++] = {false, 0.0, oper};
-            passes |= oper == OP_Not || oper == OP_Sub ? 1u : 0u;
-            if (OperatorPass(oper) < kPasses) passes |= 1u << OperatorPass(oper);
+            const unsigned int pass = OperatorPass(oper);
+            if (pass < kPasses) passes |= 1u << pass;
+            if (oper == OP_Not || oper == OP_Sub) passes |= 1u;  // prefix pass
         }
     }
     return Reduce(text, list, count, passes);
