@@ -145,9 +145,9 @@ const OptionSpec& FindOption(const std::string& arg, std::string& flag, std::str
     flag = arg.substr(0, split);
     attached = split < arg.size();
     value = attached ? arg.substr(split + (isLong ? 1 : 0)) : "";
-    for (const OptionSpec& spec : kOptionSpecs) {
-        const char* name = isLong ? spec.Long : spec.Short;
-        if (name != nullptr && flag == name && (spec.TakesValue || !attached)) return spec;
+    for (const OptionSpec& option : kOptionSpecs) {
+        const char* name = isLong ? option.Long : option.Short;
+        if (name != nullptr && flag == name && (option.TakesValue || !attached)) return option;
     }
     throw UsageError("unknown option '" + arg + "'");
 }
@@ -171,12 +171,12 @@ Options ParseOptions(int argc, char** argv) {
         std::string flag;
         std::string value;
         bool attached = false;
-        const OptionSpec& spec = FindOption(arg, flag, value, attached);
-        if (spec.TakesValue && !attached) {
+        const OptionSpec& option = FindOption(arg, flag, value, attached);
+        if (option.TakesValue && !attached) {
             if (++i == argc) throw UsageError("option '" + flag + "' needs a value");
             value = argv[i];
         }
-        spec.Apply(options, flag, value);
+        option.Apply(options, flag, value);
     }
     options.Exprs.assign(argv + i, argv + argc);
     return options;
