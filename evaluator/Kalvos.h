@@ -160,6 +160,8 @@ private:
     double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
     double RoundPosOnAxis(double p, const char* axisVariable) const;
 
+    unsigned int ParenthesesEnd(std::string_view text) const;
+    unsigned int BracketsEnd(std::string_view text) const;
     unsigned int SpanEnd(std::string_view text, char open, char close, const char* method,
                          const char* message) const;
     static TpOper ScanOperator(std::string_view text, unsigned int& length);
@@ -169,7 +171,7 @@ private:
     static std::size_t ScanNumber(std::string_view text, double& value);
     static bool ConvertNumber(std::string_view literal, double& value);
 
-    std::string Expand(std::string_view text);
+    std::string Expand(std::string_view text) const;
 
     /// Truncates toward zero to a 32-bit int; NaN and values outside the range give
     /// -2147483648. The one place where a double becomes an int.

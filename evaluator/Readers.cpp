@@ -30,10 +30,16 @@ locale_t ClassicLocale() {
 }  // namespace
 
 unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {
+    return ParenthesesEnd(text);
+}
+
+unsigned int Kalvos::LookforEndBrackets(const std::string& text) const { return BracketsEnd(text); }
+
+unsigned int Kalvos::ParenthesesEnd(std::string_view text) const {
     return SpanEnd(text, '(', ')', "LookforEndParentesis", kNoEndOfParentheses);
 }
 
-unsigned int Kalvos::LookforEndBrackets(const std::string& text) const {
+unsigned int Kalvos::BracketsEnd(std::string_view text) const {
     return SpanEnd(text, '[', ']', "LookforEndBrackets", kNoEndOfBrackets);
 }
 

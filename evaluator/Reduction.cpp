@@ -64,8 +64,7 @@ double Kalvos::Evaluate(std::string_view text, unsigned int depth) {
 }
 
 double Kalvos::ReadGroup(std::string_view& rest, unsigned int depth) {
-    const unsigned int end = SpanEnd(rest, '(', ')', "LookforEndParentesis",
-                                     "Evaluating [%s]: End of parentheses is missing");
+    const unsigned int end = ParenthesesEnd(rest);
     const double value = Evaluate(rest.substr(1, end - 2), depth + 1);
     rest.remove_prefix(end);
     return value;
@@ -78,8 +77,7 @@ double Kalvos::ReadOperand(std::string_view text, std::string_view& rest, unsign
         return ReadVariable(text, rest, nameLength, depth);
     }
     const std::string_view call = rest.substr(nameLength);
-    const unsigned int end = SpanEnd(call, '(', ')', "LookforEndParentesis",
-                                     "Evaluating [%s]: End of parentheses is missing");
+    const unsigned int end = ParenthesesEnd(call);
     const double value = CallFunction(rest.substr(0, nameLength), call.substr(1, end - 2), depth);
     rest.remove_prefix(nameLength + end);
     return value;
@@ -96,8 +94,7 @@ double Kalvos::ReadVariable(std::string_view text, std::string_view& rest, std::
     const std::size_t start = NameBuf.size();
     NameBuf.append(name);
     while (!rest.empty() && rest[0] == '[') {
-        const unsigned int end = SpanEnd(rest, '[', ']', "LookforEndBrackets",
-                                         "Evaluating [%s]: End of brackets is missing");
+        const unsigned int end = BracketsEnd(rest);
         const std::string_view indexText = rest.substr(1, end - 2);
         const int index = TruncToInt(Evaluate(indexText, depth + 1));
         if (index < 0) Raise(__LINE__, kMethod, kNegativeIndex, text, indexText);

@@ -37,7 +37,7 @@ std::string Kalvos::ComputExprStr(std::string text) { return Expand(text); }
 // '[' so far, unless a ']' came after it", kept as a stack of the "[" positions in `out`.
 // Replacement texts are scanned from where they stand in the store, pushed in front of what
 // remains, so an expansion takes time in proportion to the characters it produces.
-std::string Kalvos::Expand(std::string_view text) {
+std::string Kalvos::Expand(std::string_view text) const {
     std::string out;
     out.reserve(text.size());
     std::vector<std::uint32_t> opens;

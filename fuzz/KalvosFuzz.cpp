@@ -17,6 +17,7 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "evaluator/Kalvos.h"
 #include "support/Functions.h"
@@ -42,38 +43,21 @@ const std::string& ErrorText() {
 // refer to themselves directly (s) or through each other (u, v). Each of these costs a full
 // run to the replacement bound, so exponential growth is left to the unit tests.
 void FillStore(KalvosVars& vars) {
-    vars.SetVarNum("a", 5);
-    vars.SetVarNum("b", -2.5);
-    vars.SetVarNum("r", 0.1);
-    vars.SetVarNum("n", 1234567);
-    vars.SetVarNum("zero", 0);
-    vars.SetVarNum("big", 1e308);
-    vars.SetVarNum("tiny", 4.9e-324);
-    vars.SetVarNum("inf", std::numeric_limits<double>::infinity());
-    vars.SetVarNum("nan", std::numeric_limits<double>::quiet_NaN());
-    vars.SetVarNum("x", 10);
-    vars.SetVarNum("x0", 0.5);
-    vars.SetVarNum("x1", 1.5);
-    vars.SetVarNum("x2", 2.5);
-    vars.SetVarNum("x10", -10);
-    vars.SetVarNum("m12", 12);
-    vars.SetVarNum("m21", 21);
-    vars.SetVarNum("m1", 100);
-    vars.SetVarNum("Dp", 0.25);
-    vars.SetVarNum("PosMin_x", 1);
-    vars.SetVarNum("PosMin_y", -2);
-    vars.SetVarNum("PosMin_z", 0.125);
-    vars.SetVarNum("True", 7);
-    vars.SetVarStr("txt", "hello");
-    vars.SetVarStr("name", "a");
-    vars.SetVarStr("w", "[a]");
-    vars.SetVarStr("open", "[");
-    vars.SetVarStr("close", "]");
-    vars.SetVarStr("empty", "");
-    vars.SetVarStr("s", "[s]");
-    vars.SetVarStr("u", "[v]");
-    vars.SetVarStr("v", "[u]");
-    vars.SetVarStr(" a ", "spaced");
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    const std::pair<const char*, double> numbers[] = {
+        {"a", 5},           {"b", -2.5},      {"r", 0.1},
+        {"n", 1234567},     {"zero", 0},      {"big", 1e308},
+        {"tiny", 4.9e-324}, {"inf", kInf},    {"nan", std::nan("")},
+        {"x", 10},          {"x0", 0.5},      {"x1", 1.5},
+        {"x2", 2.5},        {"x10", -10},     {"m12", 12},
+        {"m21", 21},        {"m1", 100},      {"Dp", 0.25},
+        {"PosMin_x", 1},    {"PosMin_y", -2}, {"PosMin_z", 0.125},
+        {"True", 7}};
+    const std::pair<const char*, const char*> texts[] = {
+        {"txt", "hello"}, {"name", "a"}, {"w", "[a]"}, {"open", "["}, {"close", "]"},
+        {"empty", ""},    {"s", "[s]"},  {"u", "[v]"}, {"v", "[u]"},  {" a ", "spaced"}};
+    for (const auto& [name, value] : numbers) vars.SetVarNum(name, value);
+    for (const auto& [name, value] : texts) vars.SetVarStr(name, value);
 }
 
 std::string Describe(const JException& e) { return e.GetMethod() + ": " + e.GetText(); }

@@ -1,3 +1,5 @@
+#include <ctime>
+
 #include "TestSupport.h"
 
 TEST(Kalvos, LifecycleAndRaiseArguments) {
@@ -21,4 +23,18 @@ TEST(Kalvos, LifecycleAndRaiseArguments) {
     k.Reset();
     EXPECT_EQ(k.GetExprText() + k.GetErrorText(), "");
     EXPECT_EQ(k.GetVars().GetCount(), 0u);
+}
+
+// Both seeds come from the clock in whole seconds, so objects made within one second draw
+// alike (retried when the second turns between the two constructions).
+TEST(Kalvos, ObjectsMadeInOneSecondDrawAlike) {
+    for (;;) {
+        const std::time_t before = std::time(nullptr);
+        Kalvos first, second;
+        if (std::time(nullptr) != before) continue;
+        for (int i = 0; i < 10; ++i) {
+            ASSERT_EQ(Bits(first.ComputeExpr("rand()")), Bits(second.ComputeExpr("rand()")));
+        }
+        return;
+    }
 }

@@ -48,16 +48,11 @@ std::string Outcome(Kalvos& k, const std::string& text) {
 
 std::vector<std::string> RunAll() {
     Kalvos k;
-    KalvosVars& vars = k.GetVars();
-    vars.SetVarNum("a", 5);
-    vars.SetVarNum("b", -2.5);
-    vars.SetVarNum("r", 0.1);
-    vars.SetVarNum("x1", 1.5);
-    vars.SetVarNum("m12", 12);
-    vars.SetVarNum("Dp", 0.25);
-    vars.SetVarNum("PosMin_x", 1);
-    vars.SetVarStr("txt", "hello");
-    vars.SetVarStr("w", "[a]");
+    const std::pair<const char*, double> numbers[] = {
+        {"a", 5}, {"b", -2.5}, {"r", 0.1}, {"x1", 1.5}, {"m12", 12}, {"Dp", 0.25}, {"PosMin_x", 1}};
+    for (const auto& [name, value] : numbers) k.GetVars().SetVarNum(name, value);
+    k.GetVars().SetVarStr("txt", "hello");
+    k.GetVars().SetVarStr("w", "[a]");
     std::vector<std::string> outcomes;
     for (int round = 0; round < 10; ++round) {
         for (const char* text : kTexts) outcomes.push_back(Outcome(k, text));
