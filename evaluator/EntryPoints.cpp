@@ -44,3 +44,30 @@ bool Kalvos::ComputeExprBool(std::string expr, const std::string& errortext) {
     if (EqualsLower(literal, "false") || literal == "0") return false;
     return ComputeExpr(std::move(expr), errortext) != 0.0;
 }
+
+Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {
+    CompiledExpr compiled;
+    compiled.ExprText = std::move(expr);
+    compiled.ErrorText = errortext;
+    compiled.Owner = Serial;
+    return compiled;
+}
+
+double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
+    if (compiled.Owner != Serial) {
+        RunExceptioon("Kalvos", __LINE__, ClassName, "ComputeCompiled",
+                      fun::PrintStr("The compiled expression [%s] belongs to another evaluator or "
+                                    "was made before Reset.",
+                                    compiled.ExprText.c_str()) +
+                          compiled.ErrorText,
+                      "");
+    }
+    return ComputeExpr(compiled.ExprText, compiled.ErrorText);
+}
+
+void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
+    (void)entries;
+    (void)bytes;
+}
+std::size_t Kalvos::GetCacheCount() const { return 0; }
+std::size_t Kalvos::GetCacheBytes() const { return 0; }

@@ -1,5 +1,6 @@
 #include "evaluator/Kalvos.h"
 
+#include <atomic>
 #include <ctime>
 #include <memory>
 
@@ -11,6 +12,13 @@ namespace {
 // The low 32 bits of the calendar time in whole seconds: objects made in the same second
 // draw the same numbers.
 int ClockSeed() { return static_cast<int>(static_cast<std::uint32_t>(std::time(nullptr))); }
+
+// Numbers each object and each of its lives between Resets, so that a compiled handle knows
+// the one it belongs to; the only state objects share, and atomic.
+std::uint64_t NextSerial() {
+    static std::atomic<std::uint64_t> counter{0};
+    return ++counter;
+}
 
 }  // namespace
 
@@ -38,6 +46,7 @@ void Kalvos::Reset() {
     ExprText.clear();
     ErrorText.clear();
     NameBuf.clear();
+    Serial = NextSerial();
 }
 
 void Kalvos::RaiseMessage(int line, const char* method, const std::string& message) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -68,6 +69,55 @@ public:
     /// The text with every [name] marker replaced by the variable's value, numbers written
     /// as "%g"; a leading "$" is dropped. Markers that replacements produce are replaced too.
     std::string ComputeExprStr(std::string text, const std::string& errortext = "");
+
+    /// A text compiled once by CompileExpr, to be computed by ComputeCompiled on the object
+    /// that made it, as often as the host likes. Copies share the compiled program.
+    class CompiledExpr {
+    public:
+        CompiledExpr() = default;
+        /// The expression as the host gave it to CompileExpr.
+        const std::string& GetExprText() const { return ExprText; }
+        const std::string& GetErrorText() const { return ErrorText; }
+
+    private:
+        friend class Kalvos;
+        std::string ExprText;
+        std::string ErrorText;
+        std::uint64_t Owner = 0;
+    };
+
+    /// Compiles the expression for ComputeCompiled. Nothing is evaluated and nothing raised:
+    /// a faulty text gives a program that raises when it is computed, exactly as ComputeExpr
+    /// would. ExprText and ErrorText are not touched.
+    CompiledExpr CompileExpr(std::string expr, const std::string& errortext = "");
+    /// Exactly ComputeExpr of the compiled text and error text: the same value, the same
+    /// failure, the same random draws, and the store as it is now. Raises "The compiled
+    /// expression [%s] belongs to another evaluator or was made before Reset." (method
+    /// "ComputeCompiled") for a handle of another object, or one made before the last Reset.
+    double ComputeCompiled(const CompiledExpr& compiled);
+
+    /// The object keeps the programs of the texts it has evaluated, keyed by the text exactly
+    /// as given, up to `entries` programs and `bytes` bytes in all (defaults:
+    /// kDefaultCacheEntries and kDefaultCacheBytes); texts longer than kMaxCachedTextLength
+    /// are never kept. 0 entries turns the cache off. Reset empties it.
+    void SetCacheLimits(std::size_t entries, std::size_t bytes);
+    std::size_t GetCacheCount() const;
+    std::size_t GetCacheBytes() const;
+    static constexpr std::size_t kDefaultCacheEntries = 1024;
+    static constexpr std::size_t kDefaultCacheBytes = std::size_t{4} << 20;
+    static constexpr std::size_t kMaxCachedTextLength = 4096;
+
+    /// One built-in function: its name, the parameter counts it accepts and what it gives.
+    struct FunctionInfo {
+        std::string_view Name;
+        unsigned int MinParams = 0;
+        unsigned int MaxParams = 0;
+        std::string_view Description;
+    };
+    /// The built-in functions in the order of their names; a name with entries for several
+    /// parameter counts ("rand") appears once for each.
+    static std::size_t GetFunctionCount();
+    static FunctionInfo GetFunction(std::size_t index);
 
     KalvosVars& GetVars() { return *Vars; }
     const KalvosVars& GetVars() const { return *Vars; }
@@ -156,6 +206,7 @@ private:
     double CallFunction(std::string_view name, std::string_view args, unsigned int depth);
     unsigned int SplitParameters(std::string_view name, std::string_view args,
                                  std::string_view* params) const;
+    static const CatalogueEntry* Catalogue(std::size_t& size);
     static const CatalogueEntry* FindBuiltin(std::string_view name, unsigned int count);
     double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
     double RoundPosOnAxis(double p, const char* axisVariable) const;
@@ -202,4 +253,5 @@ private:
     // Scratch space for names with indices appended, used as a stack by nested levels so
     // that a lookup copies nothing once the object has seen a name of that length.
     std::string NameBuf;
+    std::uint64_t Serial = 0;
 };
