@@ -15,7 +15,7 @@ install(TARGETS kalvos EXPORT KalvosTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Kalvos_Runtime)
 install(FILES evaluator/Kalvos.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/evaluator COMPONENT Kalvos_Development)
-install(FILES support/Functions.h support/JObject.h support/KalvosVars.h
+install(FILES support/Functions.h support/JObject.h support/KalvosVars.h support/Messages.h
               support/RandomMersenne.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/support COMPONENT Kalvos_Development)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kalvos_include/kalvos_export.h

@@ -167,6 +167,18 @@ Kalvos::FunctionInfo Kalvos::GetFunction(std::size_t index) {
     return FunctionInfo{entry.Name, entry.MinParams, entry.MaxParams, entry.Description};
 }
 
+bool Kalvos::IsPure(const CatalogueEntry& entry) { return entry.Pure; }
+
+std::uint32_t Kalvos::CatalogueIndex(const CatalogueEntry& entry) {
+    std::size_t size = 0;
+    return static_cast<std::uint32_t>(&entry - Catalogue(size));
+}
+
+double Kalvos::CallBuiltin(std::uint32_t index, const double* values, unsigned int count) const {
+    std::size_t size = 0;
+    return Catalogue(size)[index].Compute(*this, values, count);
+}
+
 double Kalvos::CallBuiltin(const CatalogueEntry& entry, const double* values,
                            unsigned int count) const {
     return entry.Compute(*this, values, count);

@@ -1,37 +1,21 @@
-#include <algorithm>
+#include <utility>
 
 #include "evaluator/Kalvos.h"
 
-namespace {
-
-// "(" and ")" must pair up from left to right; once the counter has gone below zero it stays
-// there, so ")1+2(" is wrong too. Square brackets are checked later, by the reader.
-bool ParenthesesBalance(std::string_view text) {
-    long depth = 0;
-    for (const char c : text) {
-        if (depth < 0) return false;
-        if (c == '(') ++depth;
-        if (c == ')') --depth;
-    }
-    return depth == 0;
-}
-
-}  // namespace
-
+// Every numeric evaluation is a run of compiled code: the program of a known text is taken
+// from the cache, a new text is compiled first.
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
-    ExprText = expr;
+    ExprText.swap(expr);  // the host's text, without a copy when it was moved in
     ErrorText = errortext;
-    // Blanks go wherever they stand, other white space stays; removed in place, so that the
-    // working text costs no copy.
-    expr.erase(std::remove(expr.begin(), expr.end(), ' '), expr.end());
-    std::string_view work = expr;
-    if (!work.empty() && work[0] == '#') work.remove_prefix(1);
-    if (work.empty()) RaiseMessage(__LINE__, "ComputeExpr", "Expression is empty.");
-    if (!ParenthesesBalance(work)) {
-        Raise(__LINE__, "ComputeExpr", "Parenthesis in expression [%s] are wrong.", work);
+    if (!Cacheable(ExprText)) {
+        Compile(ExprText, Mode::Entry);
+        Code code = BuiltCode();
+        return Run(code);
     }
-    NameBuf.clear();
-    return Evaluate(work, 0);
+    const std::uint64_t hash = HashText(ExprText);
+    if (Program* program = FindCached(ExprText, hash)) return Run(program->Body);
+    const ProgramRef program = CompileKept(ExprText, hash);
+    return Run(program.Get()->Body);
 }
 
 // The four literals are answered without evaluating, and without touching ExprText and
@@ -45,29 +29,37 @@ bool Kalvos::ComputeExprBool(std::string expr, const std::string& errortext) {
     return ComputeExpr(std::move(expr), errortext) != 0.0;
 }
 
+// The text is taken by value, as by every operation that may edit a text.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+double Kalvos::ComputExpr(std::string text) {
+    Compile(text, Mode::Expr);
+    Code code = BuiltCode();
+    return Run(code);
+}
+
+double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
+    Compile(args, Mode::Func, name);
+    Code code = BuiltCode();
+    return Run(code);
+}
+
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {
     CompiledExpr compiled;
     compiled.ExprText = std::move(expr);
     compiled.ErrorText = errortext;
     compiled.Owner = Serial;
+    const std::string_view raw = compiled.ExprText;
+    const std::uint64_t hash = HashText(raw);
+    Program* cached = Cacheable(raw) ? FindCached(raw, hash) : nullptr;
+    compiled.Prog = cached != nullptr ? ProgramRef::Share(cached) : CompileKept(raw, hash);
     return compiled;
 }
 
 double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
     if (compiled.Owner != Serial) {
-        RunExceptioon("Kalvos", __LINE__, ClassName, "ComputeCompiled",
-                      fun::PrintStr("The compiled expression [%s] belongs to another evaluator or "
-                                    "was made before Reset.",
-                                    compiled.ExprText.c_str()) +
-                          compiled.ErrorText,
-                      "");
+        Raise<MessageId::ForeignCompiled>(__LINE__, compiled.ErrorText, compiled.ExprText);
     }
-    return ComputeExpr(compiled.ExprText, compiled.ErrorText);
+    ExprText = compiled.ExprText;
+    ErrorText = compiled.ErrorText;
+    return Run(compiled.Prog.Get()->Body);
 }
-
-void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
-    (void)entries;
-    (void)bytes;
-}
-std::size_t Kalvos::GetCacheCount() const { return 0; }
-std::size_t Kalvos::GetCacheBytes() const { return 0; }

@@ -1,70 +1,33 @@
 #include "evaluator/Kalvos.h"
 
-namespace {
-
-constexpr const char* kMethod = "ComputFunc";
-constexpr const char* kTooManyParameters =
-    "Evaluating function [%s(%s)]: This expression has too many parameters.";
-constexpr const char* kNotFound =
-    "Evaluating function [%s(%s)]: Function not found or invalid for %d parameters.";
-constexpr const char* kInvalidResult =
-    "Evaluating function [%s(%s)]: The result %g is an invalid value (%s).";
-
-const char* ResultLabel(int code) {
-    switch (code) {
-        case 1:
-            return "NaN";
-        case 2:
-            return "Infinity";
-        default:
-            return "Unknown";
-    }
-}
-
-}  // namespace
-
-double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
-    return CallFunction(name, args, 0);
-}
-
-// Every parameter is evaluated, in order, before the function is chosen: there is no
-// short-circuit, so draws and failures happen whatever the function.
-double Kalvos::CallFunction(std::string_view name, std::string_view args, unsigned int depth) {
-    std::string_view params[kMaxParameters];
-    const unsigned int count = SplitParameters(name, args, params);
-    double values[kMaxParameters];
-    for (unsigned int i = 0; i < count; ++i) values[i] = Evaluate(params[i], depth + 1);
-
-    const CatalogueEntry* entry = FindBuiltin(name, count);
-    if (entry == nullptr) Raise(__LINE__, kMethod, kNotFound, name, args, static_cast<int>(count));
-    const double value = CallBuiltin(*entry, values, count);
-    const int code = CheckNumberValue(value);
-    if (code != 0) Raise(__LINE__, kMethod, kInvalidResult, name, args, value, ResultLabel(code));
-    return value;
-}
-
 // Splits at the commas of parenthesis depth 0 (square brackets are not counted). A piece
 // closed by such a comma counts even when empty; an empty piece after the last one does not.
-unsigned int Kalvos::SplitParameters(std::string_view name, std::string_view args,
-                                     std::string_view* params) const {
+// Gives the number of pieces, kMaxParameters + 1 as soon as there would be more than
+// kMaxParameters: that call fails before any parameter is read.
+unsigned int Kalvos::SplitParameters(std::string_view args, std::uint32_t* begins,
+                                     std::uint32_t* ends) {
     unsigned int count = 0;
-    std::size_t start = 0;
+    std::uint32_t start = 0;
     long depth = 0;
-    const auto store = [&](std::size_t end) {
-        if (count == kMaxParameters) Raise(__LINE__, kMethod, kTooManyParameters, name, args);
-        params[count++] = args.substr(start, end - start);
+    const auto store = [&](std::uint32_t end) {
+        if (count == kMaxParameters) return false;
+        begins[count] = start;
+        ends[count++] = end;
         start = end + 1;
+        return true;
     };
-    for (std::size_t pos = 0; pos < args.size(); ++pos) {
+    for (std::uint32_t pos = 0; pos < args.size(); ++pos) {
         if (args[pos] == '(') {
             ++depth;
         } else if (args[pos] == ')') {
             --depth;
-        } else if (args[pos] == ',' && depth == 0) {
-            store(pos);
+        } else if (args[pos] == ',' && depth == 0 && !store(pos)) {
+            return kMaxParameters + 1;
         }
     }
-    if (start < args.size()) store(args.size());
+    if (start < args.size() && !store(static_cast<std::uint32_t>(args.size()))) {
+        return kMaxParameters + 1;
+    }
     return count;
 }
 

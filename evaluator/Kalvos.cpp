@@ -34,6 +34,7 @@ Kalvos::Kalvos() : Vars(nullptr), RandGen(nullptr) {
 Kalvos::~Kalvos() {
     Destroying = true;
     Reset();
+    ClearCache();
     delete Vars;
     Vars = nullptr;
     delete RandGen;
@@ -45,12 +46,8 @@ void Kalvos::Reset() {
     RandGen->RandomInit(ClockSeed());
     ExprText.clear();
     ErrorText.clear();
-    NameBuf.clear();
+    ClearCache();
     Serial = NextSerial();
-}
-
-void Kalvos::RaiseMessage(int line, const char* method, const std::string& message) const {
-    RunExceptioon("Kalvos", line, ClassName, method, message + ErrorText, "");
 }
 
 int Kalvos::TruncToInt(double value) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kalvos_export.h"
 #include "support/Functions.h"
@@ -27,7 +29,7 @@ class CRandomMersenne;
 /// - kMaxNesting levels of nesting: a parenthesised group, an index in brackets and a
 ///   function's parameter each open one level; the message is
 ///   "Evaluating [%s]: Expression nesting is too deep." for the text one level too deep.
-///   The bound keeps the evaluator within 256 KiB of stack;
+///   Levels are kept on the heap, not the stack, so the depth of a text costs no stack;
 /// - in ComputeExprStr, kMaxReplacements replacements of markers ("Evaluating [%s]: Too
 ///   many variable replacements.", which is what a variable that refers to itself, such as
 ///   s = [s], ends in) and kMaxExpandedLength characters of expanded text ("Evaluating [%s]:
@@ -43,11 +45,13 @@ class CRandomMersenne;
 /// wants no allocation in the call moves the text in.
 class KALVOS_EXPORT Kalvos : public JObject {
 public:
+    class CompiledExpr;
+
     static constexpr unsigned int kMaxElements = 100;
     static constexpr unsigned int kMaxParameters = 10;
-    /// About 3.1 KiB of stack a level (the element list of 100 entries and the call frames),
-    /// so the deepest expression needs about 125 KiB, leaving room on a 256 KiB thread stack.
-    static constexpr unsigned int kMaxNesting = 40;
+    /// Far deeper than any formula is written; it bounds the memory a hostile text can make
+    /// the compiler hold (about 200 bytes a level).
+    static constexpr unsigned int kMaxNesting = 1000;
     /// Far above what real texts need; reached only by a variable that refers to itself.
     static constexpr unsigned int kMaxReplacements = 1000000;
     /// Bounds the memory an exponentially growing set of text variables can take.
@@ -69,22 +73,6 @@ public:
     /// The text with every [name] marker replaced by the variable's value, numbers written
     /// as "%g"; a leading "$" is dropped. Markers that replacements produce are replaced too.
     std::string ComputeExprStr(std::string text, const std::string& errortext = "");
-
-    /// A text compiled once by CompileExpr, to be computed by ComputeCompiled on the object
-    /// that made it, as often as the host likes. Copies share the compiled program.
-    class CompiledExpr {
-    public:
-        CompiledExpr() = default;
-        /// The expression as the host gave it to CompileExpr.
-        const std::string& GetExprText() const { return ExprText; }
-        const std::string& GetErrorText() const { return ErrorText; }
-
-    private:
-        friend class Kalvos;
-        std::string ExprText;
-        std::string ErrorText;
-        std::uint64_t Owner = 0;
-    };
 
     /// Compiles the expression for ComputeCompiled. Nothing is evaluated and nothing raised:
     /// a faulty text gives a program that raises when it is computed, exactly as ComputeExpr
@@ -185,42 +173,266 @@ public:
     struct CatalogueEntry;
 
 private:
-    // The workers behind the operations above. They read the text through views, so that
-    // an evaluation copies no part of it.
-    double Evaluate(std::string_view text, unsigned int depth);
-    double ReadGroup(std::string_view& rest, unsigned int depth);
-    double ReadOperand(std::string_view text, std::string_view& rest, unsigned int depth);
-    double ReadVariable(std::string_view text, std::string_view& rest, std::size_t nameLength,
-                        unsigned int depth);
-    double VariableValue(std::string_view text, std::string_view name) const;
-    double ReadLiteral(std::string_view text, std::string_view& rest) const;
-    TpOper ReadOperatorToken(std::string_view text, std::string_view& rest, const StElement* list,
-                             unsigned int count) const;
-    double Reduce(std::string_view text, StElement* list, unsigned int& count,
-                  unsigned int passes) const;
-    void ApplyPrefixOperators(StElement* list, unsigned int& count) const;
-    void ApplyInfixOperators(unsigned int pass, std::string_view text, StElement* list,
-                             unsigned int& count) const;
-    double ApplyInfix(TpOper oper, double a, double b, std::string_view text) const;
+    // ---- The compiled form of a text -------------------------------------------------------
+    // A text compiles to straight-line code over a file of value slots: constants, the values
+    // of the variables it names and temporaries. Operands are evaluated in the order the text
+    // reads, each level's operators after its operands, in the order the reduction applies
+    // them; a fault found while compiling becomes a Raise at the point where reading the text
+    // meets it. So a run does what reading the text would do, in the same order.
 
-    double CallFunction(std::string_view name, std::string_view args, unsigned int depth);
-    unsigned int SplitParameters(std::string_view name, std::string_view args,
-                                 std::string_view* params) const;
-    static const CatalogueEntry* Catalogue(std::size_t& size);
-    static const CatalogueEntry* FindBuiltin(std::string_view name, unsigned int count);
-    double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
-    double RoundPosOnAxis(double p, const char* axisVariable) const;
+    // The operators have the numbers of their TpOper; OP_None's number is the negation.
+    enum class Op : std::uint8_t {
+        Neg,
+        Not,
+        Mul,
+        Div,
+        Add,
+        Sub,
+        Eq,
+        Neq,
+        Lt,
+        Gt,
+        Le,
+        Ge,
+        And,
+        Or,
+        Call,         // Dst = catalogue entry A of Count parameters, slots in Aux from B
+        CheckIndex,   // raises when slot A, truncated, is negative
+        LoadIndexed,  // Dst = the variable named by Aux[B], Aux[B+1], with A indices appended
+        Raise,        // raises the failure of its site
+    };
 
-    unsigned int ParenthesesEnd(std::string_view text) const;
-    unsigned int BracketsEnd(std::string_view text) const;
-    unsigned int SpanEnd(std::string_view text, char open, char close, const char* method,
-                         const char* message) const;
-    static TpOper ScanOperator(std::string_view text, unsigned int& length);
-    /// The pass that applies `oper` between two numbers; above 6 for "!" and OP_None.
-    static unsigned int OperatorPass(TpOper oper);
+    struct Instr {
+        Op Code;
+        std::uint8_t Count;
+        std::uint32_t Dst;
+        std::uint32_t A;
+        std::uint32_t B;
+    };
+
+    /// What an instruction that may raise needs for its message: texts are ranges of the
+    /// program's working text, or of its names for a variable.
+    struct Site {
+        std::uint32_t Pc;
+        MessageId Id;
+        int Line;
+        std::uint32_t Begin1, Length1;
+        std::uint32_t Begin2, Length2;
+        int Number;
+    };
+
+    /// A variable the text names directly (indices constant), resolved against the store once
+    /// per store version. Its value is copied into its slot before each run.
+    struct Link {
+        const double* Value;                    // into the store, or a keyword's value
+        std::uint32_t NameBegin, NameLength;    // in the names
+        std::uint32_t LevelBegin, LevelLength;  // the text that first names it
+        std::uint32_t Slot;
+        std::uint32_t Pc;  // where the run first reaches it
+        int Line;
+        MessageId Fault;  // ExpressionInvalid while it resolves to a number
+    };
+
+    /// The arrays of one compiled text, wherever they are kept.
+    struct Code {
+        const Instr* Instrs = nullptr;
+        const Site* Sites = nullptr;
+        Link* Links = nullptr;
+        const std::uint32_t* Aux = nullptr;
+        double* Slots = nullptr;
+        const char* Text = nullptr;
+        const char* Names = nullptr;
+        std::uint32_t InstrCount = 0, SiteCount = 0, LinkCount = 0, AuxCount = 0;
+        std::uint32_t SlotCount = 0, TextLength = 0, NamesLength = 0;
+        std::uint32_t Result = 0;
+        std::uint64_t LinkedVersion = 0;  // the store version the links were resolved in
+        std::uint32_t FirstFault = 0;     // the first link that raises, or LinkCount
+    };
+
+    /// A compiled text in one block of memory, shared by the cache and the handles, which
+    /// count their references to it.
+    struct Program {
+        std::atomic<std::uint32_t> Refs{1};
+        std::uint64_t Hash = 0;
+        std::size_t Bytes = 0;
+        const char* Raw = nullptr;  // the text exactly as the host gave it: the cache's key
+        std::size_t RawLength = 0;
+        Code Body;
+    };
+    class ProgramRef {
+    public:
+        ProgramRef() = default;
+        explicit ProgramRef(Program* program) : Ptr(program) {}
+        ProgramRef(const ProgramRef& other);
+        ProgramRef& operator=(ProgramRef other) noexcept;
+        ~ProgramRef();
+        /// A new reference to a program that another reference keeps.
+        static ProgramRef Share(Program* program);
+        Program* Get() const { return Ptr; }
+        /// Gives the reference up without releasing it.
+        Program* Release() {
+            Program* program = Ptr;
+            Ptr = nullptr;
+            return program;
+        }
+
+    private:
+        Program* Ptr = nullptr;
+    };
+
+public:
+    /// A text compiled once by CompileExpr, to be computed by ComputeCompiled on the object
+    /// that made it, as often as the host likes. Copies share the compiled program.
+    class CompiledExpr {
+    public:
+        CompiledExpr() = default;
+        /// The expression as the host gave it to CompileExpr.
+        const std::string& GetExprText() const { return ExprText; }
+        const std::string& GetErrorText() const { return ErrorText; }
+
+    private:
+        friend class Kalvos;
+        ProgramRef Prog;
+        std::string ExprText;
+        std::string ErrorText;
+        std::uint64_t Owner = 0;
+    };
+
+private:
+    enum class Mode { Entry, Expr, Func };
+    enum class Wait : std::uint8_t { None, Group, Index, Param };
+
+    /// A number element of a level while compiling: a constant, or a slot.
+    struct Operand {
+        double Value;
+        std::uint32_t Slot;
+        bool Constant;
+        bool Temporary;
+    };
+    struct Element {
+        Operand Num;
+        TpOper Oper;  // OP_None for a number
+    };
+
+    /// One level of the text being compiled, and what it waits for from the level above it.
+    struct Frame {
+        std::uint32_t Begin, End;  // the level's text
+        std::uint32_t Pos;         // the first character not yet read
+        std::uint32_t Depth;
+        std::uint32_t ElemStart;   // its elements, in Elems
+        std::uint32_t PassesUsed;  // a bit for each reduction pass its operators need
+        Wait Waiting;
+        std::uint32_t Resume;              // where reading goes on after the construct
+        std::uint32_t NameBegin, NameEnd;  // a function's or an indexed variable's name
+        std::uint32_t ArgsBegin, ArgsEnd;
+        std::uint32_t OperandStart;  // the construct's values so far, in Operands
+        std::uint32_t ParamCount;
+        std::uint32_t ParamBegin[kMaxParameters], ParamEnd[kMaxParameters];
+    };
+
+    /// The working arrays of the compiler, kept from one compilation to the next so that
+    /// compiling allocates nothing once they have grown.
+    struct Builder {
+        std::string Text;
+        std::vector<std::uint32_t> Match;  // the closing ")" or "]" of each "(" or "["
+        std::vector<Frame> Frames;
+        std::vector<Element> Elems;
+        std::vector<Operand> Operands;
+        std::vector<Instr> Instrs;
+        std::vector<Site> Sites;
+        std::vector<Link> Links;
+        std::vector<std::uint32_t> Aux;
+        std::vector<double> Slots;
+        std::vector<std::uint32_t> OpenParens, OpenBrackets;
+        std::string Names;
+        std::uint32_t Request[3];  // a level to open next: begin, end, depth
+        bool Requested;
+        std::uint32_t Result;
+        bool Done;
+    };
+
+    // Compiler.cpp
+    void Compile(std::string_view raw, Mode mode, std::string_view name = {});
+    void CompileEntry(std::string_view raw);
+    void CompileLevels();
+    void OpenLevel(std::uint32_t begin, std::uint32_t end, std::uint32_t depth);
+    void Deliver(Frame& frame, const Operand& value);
+    void OpenIndex(Frame& frame);
+    void FinishVariable(Frame& frame);
+    void OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameEnd,
+                  std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume);
+    void FinishCall(Frame& frame);
+    void PushNumber(Frame& frame, const Operand& value);
+    Operand LinkVariable(const Frame& frame, std::string_view name);
+    std::uint32_t SlotOf(const Operand& operand);
+    std::uint32_t NewTemporary();
+    std::uint32_t Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
+                       std::uint8_t count = 0);
+    void AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
+                 std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
+    void Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
+              std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
+    std::uint32_t SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing, int line);
+    Code BuiltCode();
+    ProgramRef Freeze(std::string_view raw, std::uint64_t hash) const;
+
+    // Scan.cpp
+    bool ScanLevel(Frame& frame);
+    void ScanOperator(Frame& frame);
+
+    // Passes.cpp
+    Operand ReduceLevel(Frame& frame);
+    void ApplyPrefixOperators(Element* list, std::uint32_t& count);
+    bool ApplyInfixOperators(std::uint32_t pass, const Frame& frame, Element* list,
+                             std::uint32_t& count);
+    Operand Combine(TpOper oper, const Operand& a, const Operand& b);
+
+    // Machine.cpp
+    double Run(Code& code);
+    void Relink(Code& code) const;
+    static const Site& SiteAt(const Code& code, std::uint32_t pc);
+    [[noreturn]] void RaiseAt(const Code& code, std::uint32_t pc, MessageId id,
+                              std::string_view name = {}, double value = 0.0) const;
+    [[noreturn]] void RaiseText(MessageId id, int line, std::string_view text) const;
+    [[noreturn]] void RaiseLink(const Code& code, const Link& link) const;
+    double CallAt(const Code& code, std::uint32_t pc, const double* slots);
+    double LoadIndexed(const Code& code, std::uint32_t pc, const double* slots);
+
+    // Cache.cpp
+    static std::uint64_t HashText(std::string_view text);
+    bool Cacheable(std::string_view raw) const;
+    ProgramRef CompileKept(std::string_view raw, std::uint64_t hash);
+    Program* FindCached(std::string_view raw, std::uint64_t hash) const;
+    void Insert(const ProgramRef& program);
+    void EvictOldest();
+    void ClearCache();
+
+    // Readers.cpp: the readers on views, which the operations above wrap.
+    static TpOper ScanOperatorToken(std::string_view text, unsigned int& length);
     static std::size_t ScanName(std::string_view text);
     static std::size_t ScanNumber(std::string_view text, double& value);
     static bool ConvertNumber(std::string_view literal, double& value);
+    unsigned int SpanEnd(std::string_view text, char open, MessageId missing) const;
+    static void MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
+                           std::vector<std::uint32_t>& parens,
+                           std::vector<std::uint32_t>& brackets);
+
+    // Operators.cpp
+    static std::string_view OperatorText(TpOper oper);
+    /// The pass that applies `oper` between two numbers; above 6 for "!" and OP_None.
+    static unsigned int OperatorPass(TpOper oper);
+    static double ApplyOperator(TpOper oper, double a, double b);
+
+    // FunctionCall.cpp and Catalogue.cpp
+    static unsigned int SplitParameters(std::string_view args, std::uint32_t* begins,
+                                        std::uint32_t* ends);
+    static const CatalogueEntry* Catalogue(std::size_t& size);
+    static const CatalogueEntry* FindBuiltin(std::string_view name, unsigned int count);
+    static bool IsPure(const CatalogueEntry& entry);
+    static std::uint32_t CatalogueIndex(const CatalogueEntry& entry);
+    double CallBuiltin(std::uint32_t index, const double* values, unsigned int count) const;
+    double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
+    double RoundPosOnAxis(double p, const char* axisVariable) const;
 
     std::string Expand(std::string_view text) const;
 
@@ -229,29 +441,16 @@ private:
     static int TruncToInt(double value);
     static bool EqualsLower(std::string_view text, std::string_view lower);
 
-    /// Raises the failure of `method`: the message with ErrorText appended, through
-    /// RunExceptioon with the module, line, class name, method and "".
-    [[noreturn]] void RaiseMessage(int line, const char* method, const std::string& message) const;
-
-    /// Formats `format` with fun::PrintStr and raises it; texts may be passed as views.
-    template <typename... Args>
-    [[noreturn]] void Raise(int line, const char* method, const char* format,
-                            const Args&... args) const {
-        RaiseMessage(line, method, Format(format, Held(args)...));
-    }
-    template <typename... Values>
-    static std::string Format(const char* format, const Values&... held) {
-        return fun::PrintStr(format, CArg(held)...);
-    }
-    static std::string Held(std::string_view text) { return std::string(text); }
-    static int Held(int value) { return value; }
-    static double Held(double value) { return value; }
-    static const char* CArg(const std::string& text) { return text.c_str(); }
-    static int CArg(int value) { return value; }
-    static double CArg(double value) { return value; }
-
-    // Scratch space for names with indices appended, used as a stack by nested levels so
-    // that a lookup copies nothing once the object has seen a name of that length.
-    std::string NameBuf;
+    Builder Work;
+    // The cache: open addressing over the kept programs (nullptr for an empty slot), and the
+    // same programs in the order they came, the oldest first out.
+    std::vector<Program*> CacheSlots;
+    std::vector<Program*> CacheOrder;
+    std::size_t CacheOldest = 0;
+    std::size_t CacheCount = 0;
+    std::size_t CacheBytes = 0;
+    std::size_t CacheMaxEntries = kDefaultCacheEntries;
+    std::size_t CacheMaxBytes = kDefaultCacheBytes;
+    std::string NameBuf;  // the name of an indexed variable, built at run time
     std::uint64_t Serial = 0;
 };

@@ -4,14 +4,15 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
 namespace {
 
-constexpr const char* kNoEndOfParentheses = "Evaluating [%s]: End of parentheses is missing";
-constexpr const char* kNoEndOfBrackets = "Evaluating [%s]: End of brackets is missing";
+constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -29,33 +30,82 @@ locale_t ClassicLocale() {
 
 }  // namespace
 
-unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {
-    return ParenthesesEnd(text);
+Kalvos::TpOper Kalvos::ReadOperator(std::string& text) {
+    unsigned int length = 0;
+    const TpOper oper = ScanOperatorToken(text, length);
+    text.erase(0, length);
+    return oper;
 }
 
-unsigned int Kalvos::LookforEndBrackets(const std::string& text) const { return BracketsEnd(text); }
-
-unsigned int Kalvos::ParenthesesEnd(std::string_view text) const {
-    return SpanEnd(text, '(', ')', "LookforEndParentesis", kNoEndOfParentheses);
-}
-
-unsigned int Kalvos::BracketsEnd(std::string_view text) const {
-    return SpanEnd(text, '[', ']', "LookforEndBrackets", kNoEndOfBrackets);
-}
-
-// The length of the span from the opening delimiter at text[0] up to and including its
-// matching closing one. Only this pair is counted: to parentheses, brackets are ordinary.
-unsigned int Kalvos::SpanEnd(std::string_view text, char open, char close, const char* method,
-                             const char* message) const {
-    std::size_t depth = 1;
-    for (std::size_t pos = 1; pos < text.size(); ++pos) {
-        if (text[pos] == open) {
-            ++depth;
-        } else if (text[pos] == close && --depth == 0) {
-            return static_cast<unsigned int>(pos + 1);
+// Two-character operators first, so that "<=" is never read as "<" followed by "=".
+Kalvos::TpOper Kalvos::ScanOperatorToken(std::string_view text, unsigned int& length) {
+    for (unsigned int want = 2; want >= 1; --want) {
+        if (text.size() < want) continue;
+        for (std::uint32_t op = OP_Not; op <= OP_Or; ++op) {
+            const std::string_view candidate = OperatorText(static_cast<TpOper>(op));
+            if (candidate.size() == want && candidate[0] == text[0] &&
+                (want == 1 || candidate[1] == text[1])) {
+                length = want;
+                return static_cast<TpOper>(op);
+            }
         }
     }
-    Raise(__LINE__, method, message, text);
+    length = 0;
+    return OP_None;
+}
+
+unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {
+    return SpanEnd(text, '(', MessageId::NoEndOfParentheses);
+}
+
+unsigned int Kalvos::LookforEndBrackets(const std::string& text) const {
+    return SpanEnd(text, '[', MessageId::NoEndOfBrackets);
+}
+
+// The length of the span from the opening delimiter at text[0], which is taken to be one
+// whatever it is, up to and including its matching closing one.
+unsigned int Kalvos::SpanEnd(std::string_view text, char open, MessageId missing) const {
+    std::string opened(text);
+    if (!opened.empty()) opened[0] = open;
+    std::vector<std::uint32_t> match, parens, brackets;
+    MatchSpans(opened, match, parens, brackets);
+    if (opened.empty() || match[0] == kNone) RaiseText(missing, __LINE__, text);
+    return match[0] + 1;
+}
+
+// For each "(" and "[" of the text, the position of the ")" or "]" that closes it: the first
+// at which the count of that pair alone comes back to the depth before it. To parentheses,
+// brackets are ordinary characters, and the other way round. One pass, so that reading a
+// deeply nested text stays linear.
+void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
+                        std::vector<std::uint32_t>& parens, std::vector<std::uint32_t>& brackets) {
+    match.assign(text.size(), kNone);
+    parens.clear();
+    brackets.clear();
+    for (std::uint32_t pos = 0; pos < text.size(); ++pos) {
+        switch (text[pos]) {
+            case '(':
+                parens.push_back(pos);
+                break;
+            case '[':
+                brackets.push_back(pos);
+                break;
+            case ')':
+                if (!parens.empty()) {
+                    match[parens.back()] = pos;
+                    parens.pop_back();
+                }
+                break;
+            case ']':
+                if (!brackets.empty()) {
+                    match[brackets.back()] = pos;
+                    brackets.pop_back();
+                }
+                break;
+            default:
+                break;
+        }
+    }
 }
 
 std::string Kalvos::ReadName(const std::string& text, unsigned int& length, char& next) const {

@@ -6,11 +6,6 @@
 
 namespace {
 
-constexpr const char* kMethod = "ComputExprStr";
-constexpr const char* kNoVariable = "Evaluating [%s]: The variable '%s' does not exist.";
-constexpr const char* kTooManyReplacements = "Evaluating [%s]: Too many variable replacements.";
-constexpr const char* kTooLong = "Evaluating [%s]: The expanded text is too long.";
-
 // Characters copied or scanned in one expansion, markers' names included: with the two bounds
 // of the header this keeps the time of an expansion bounded too.
 constexpr std::size_t kMaxWork = std::size_t{16} * Kalvos::kMaxExpandedLength;
@@ -50,7 +45,7 @@ std::string Kalvos::Expand(std::string_view text) const {
         if (run == std::string_view::npos) run = source.size();
         work += run + 1;
         if (out.size() + run > kMaxExpandedLength || work > kMaxWork) {
-            Raise(__LINE__, kMethod, kTooLong, ExprText);
+            Raise<MessageId::ExpandedTooLong>(__LINE__, ErrorText, ExprText);
         }
         out.append(source.data(), run);
         source.remove_prefix(run);
@@ -74,9 +69,11 @@ std::string Kalvos::Expand(std::string_view text) const {
             opens.pop_back();
             const std::string_view name = std::string_view(out).substr(start + 1);
             const unsigned int idx = Vars->FindVar(name);
-            if (idx == KalvosVars::kNoVar) Raise(__LINE__, kMethod, kNoVariable, ExprText, name);
+            if (idx == KalvosVars::kNoVar) {
+                Raise<MessageId::StrNoVariable>(__LINE__, ErrorText, ExprText, name);
+            }
             if (++replacements > kMaxReplacements) {
-                Raise(__LINE__, kMethod, kTooManyReplacements, ExprText);
+                Raise<MessageId::TooManyReplacements>(__LINE__, ErrorText, ExprText);
             }
             work += name.size();
             out.resize(start);

@@ -2,8 +2,10 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "kalvos_export.h"
+#include "support/Messages.h"
 
 /// The failure every Kalvos object raises. It keeps the six arguments of the raise so that a
 /// host can read where the failure came from; `what()` joins them into one readable line that
@@ -45,6 +47,20 @@ public:
                                     const std::string& text, const std::string& file) const;
 
 protected:
+    /// The one way the library raises: the template of `id` filled with `args`, the error
+    /// text appended, through RunExceptioon with the template's module and method, the line,
+    /// ClassName and "".
+    template <MessageId id, typename... Args>
+    [[noreturn]] void Raise(int line, std::string_view errortext, const Args&... args) const {
+        static_cast<void>(CheckedArgs<id, Args...>{});
+        const MessageArg values[] = {MessageArg(args)..., MessageArg(0)};
+        RaiseMessage(id, line, values, sizeof...(Args), errortext);
+    }
+    /// The template filled in as printf would: a text stops at its first NUL character, %g is
+    /// printf's.
+    [[noreturn]] void RaiseMessage(MessageId id, int line, const MessageArg* args,
+                                   std::size_t count, std::string_view errortext) const;
+
     std::string ClassName = "JObject";
     bool Destroying = false;
 };

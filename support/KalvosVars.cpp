@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr const char* kModule = "KalvosVars";
 constexpr std::size_t kFirstSlotCount = 64;
 
 std::uint64_t HashName(std::string_view name) {
@@ -26,12 +25,14 @@ KalvosVars::KalvosVars() {
 KalvosVars::~KalvosVars() { Destroying = true; }
 
 void KalvosVars::Reset() {
+    ++Version;
     Items.clear();
     RebuildSlots(kFirstSlotCount);
 }
 
 void KalvosVars::SetVarNum(const std::string& name, double value) {
     Var& var = Items[Define(name)];
+    if (!var.IsNum) ++Version;
     var.IsNum = true;
     var.Num = value;
     var.Str.clear();
@@ -39,6 +40,7 @@ void KalvosVars::SetVarNum(const std::string& name, double value) {
 
 void KalvosVars::SetVarStr(const std::string& name, const std::string& value) {
     Var& var = Items[Define(name)];
+    if (var.IsNum) ++Version;
     var.IsNum = false;
     var.Num = 0.0;
     var.Str = value;
@@ -47,6 +49,7 @@ void KalvosVars::SetVarStr(const std::string& name, const std::string& value) {
 bool KalvosVars::DelVar(const std::string& name) {
     const unsigned int idx = FindVar(name);
     if (idx == kNoVar) return false;
+    ++Version;
     Items.erase(Items.begin() + idx);
     RebuildSlots(Slots.size());
     return true;
@@ -68,37 +71,31 @@ unsigned int KalvosVars::FindVar(std::string_view name) const {
 }
 
 const std::string& KalvosVars::GetVarName(unsigned int idx) const {
-    return At(idx, "GetVarName", "").Name;
+    return At(idx, MessageId::NameIndexOutOfRange, "").Name;
 }
 
 // The error texts of the value readers are taken by value: the store's interface says so.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string KalvosVars::GetVarStr(unsigned int idx, std::string errortext) const {
-    return At(idx, "GetVarStr", errortext).Str;
+    return At(idx, MessageId::StrIndexOutOfRange, errortext).Str;
 }
 
 std::string_view KalvosVars::GetVarStrView(unsigned int idx) const {
-    return At(idx, "GetVarStr", "").Str;
+    return At(idx, MessageId::StrIndexOutOfRange, "").Str;
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface says
 double KalvosVars::GetVarNum(const std::string& name, std::string errortext) const {
     const unsigned int idx = FindVar(name);
-    if (idx == kNoVar) {
-        Raise(__LINE__, "GetVarNum",
-              fun::PrintStr("The variable '%s' does not exist.", name.c_str()) + errortext);
-    }
-    if (!Items[idx].IsNum) {
-        Raise(__LINE__, "GetVarNum",
-              fun::PrintStr("The variable '%s' is not a numeric variable.", name.c_str()) +
-                  errortext);
-    }
+    if (idx == kNoVar) Raise<MessageId::StoreNoVariable>(__LINE__, errortext, name);
+    if (!Items[idx].IsNum) Raise<MessageId::StoreNotNumeric>(__LINE__, errortext, name);
     return Items[idx].Num;
 }
 
 unsigned int KalvosVars::Define(const std::string& name) {
     const unsigned int found = FindVar(name);
     if (found != kNoVar) return found;
+    ++Version;
     Items.push_back(Var{name, true, 0.0, std::string()});
     if (Items.size() * 2 > Slots.size()) {
         RebuildSlots(Slots.size() * 2);
@@ -121,17 +118,20 @@ void KalvosVars::Place(std::size_t idx) {
     Slots[slot] = (hash & 0xFFFFFFFF00000000ull) | (idx + 1);
 }
 
-const KalvosVars::Var& KalvosVars::At(unsigned int idx, const char* method,
+const KalvosVars::Var& KalvosVars::At(unsigned int idx, MessageId id,
                                       const std::string& errortext) const {
-    if (idx >= Items.size()) RaiseOutOfRange(idx, method, errortext);
+    if (idx >= Items.size()) RaiseOutOfRange(idx, id, errortext);
     return Items[idx];
 }
 
-double KalvosVars::RaiseOutOfRange(unsigned int idx, const char* method,
+double KalvosVars::RaiseOutOfRange(unsigned int idx, MessageId id,
                                    const std::string& errortext) const {
-    Raise(__LINE__, method, fun::PrintStr("Variable index %u is out of range.", idx) + errortext);
-}
-
-void KalvosVars::Raise(int line, const char* method, const std::string& message) const {
-    RunExceptioon(kModule, line, ClassName, method, message, "");
+    switch (id) {
+        case MessageId::StoreIndexOutOfRange:
+            Raise<MessageId::StoreIndexOutOfRange>(__LINE__, errortext, idx);
+        case MessageId::StrIndexOutOfRange:
+            Raise<MessageId::StrIndexOutOfRange>(__LINE__, errortext, idx);
+        default:
+            Raise<MessageId::NameIndexOutOfRange>(__LINE__, errortext, idx);
+    }
 }

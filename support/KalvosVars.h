@@ -38,11 +38,20 @@ public:
     /// until DelVar). Raises for an index that designates no variable.
     const std::string& GetVarName(unsigned int idx) const;
 
+    /// Changes whenever an index or a variable's kind may have changed: a new name, DelVar,
+    /// Reset, or a variable turned from number to text or back. A new value alone keeps it.
+    std::uint64_t GetVersion() const { return Version; }
+    /// Where the number of a numeric variable lives; valid while GetVersion() is unchanged,
+    /// and reads every new value the host sets. The index must designate a variable.
+    const double* GetNumAddress(unsigned int idx) const { return &Items[idx].Num; }
+
     bool VarIsNum(unsigned int idx) const { return idx < Items.size() && Items[idx].IsNum; }
     /// The number of a variable; 0 for a text variable. Raises for an index out of range.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface says
     double GetVarNum(unsigned int idx, std::string errortext) const {
-        return idx < Items.size() ? Items[idx].Num : RaiseOutOfRange(idx, "GetVarNum", errortext);
+        return idx < Items.size()
+                   ? Items[idx].Num
+                   : RaiseOutOfRange(idx, MessageId::StoreIndexOutOfRange, errortext);
     }
     /// The text of a variable; empty for a numeric variable. Raises for an index out of range.
     std::string GetVarStr(unsigned int idx, std::string errortext) const;
@@ -73,14 +82,14 @@ private:
     unsigned int Define(const std::string& name);
     void RebuildSlots(std::size_t slotCount);
     void Place(std::size_t idx);
-    const Var& At(unsigned int idx, const char* method, const std::string& errortext) const;
-    [[noreturn]] double RaiseOutOfRange(unsigned int idx, const char* method,
+    const Var& At(unsigned int idx, MessageId id, const std::string& errortext) const;
+    [[noreturn]] double RaiseOutOfRange(unsigned int idx, MessageId id,
                                         const std::string& errortext) const;
-    [[noreturn]] void Raise(int line, const char* method, const std::string& message) const;
 
     std::vector<Var> Items;
     // Open addressing over Items: each slot holds an index + 1 in its low half (0 for an empty
     // slot) and the high half of the name's hash, so that a probe compares names only when the
     // hashes agree. The table is kept at most half full so that a probe ends quickly.
     std::vector<std::uint64_t> Slots;
+    std::uint64_t Version = 1;
 };

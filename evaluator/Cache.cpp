@@ -1,0 +1,138 @@
+#include <cstring>
+
+#include "evaluator/Kalvos.h"
+
+namespace {
+
+// Eight bytes a step: the hash of every known text is taken on each call.
+std::uint64_t Mix(std::uint64_t hash, std::uint64_t word) {
+    hash = (hash ^ word) * 0x9E3779B97F4A7C15ull;
+    return hash ^ (hash >> 32);
+}
+
+}  // namespace
+
+std::uint64_t Kalvos::HashText(std::string_view text) {
+    std::uint64_t hash = Mix(0, text.size());
+    std::size_t pos = 0;
+    for (; pos + 8 <= text.size(); pos += 8) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + pos, 8);
+        hash = Mix(hash, word);
+    }
+    std::uint64_t tail = 0;
+    if (pos < text.size()) std::memcpy(&tail, text.data() + pos, text.size() - pos);
+    return Mix(hash, tail);
+}
+
+Kalvos::ProgramRef::ProgramRef(const ProgramRef& other) : Ptr(other.Ptr) {
+    if (Ptr != nullptr) Ptr->Refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+Kalvos::ProgramRef& Kalvos::ProgramRef::operator=(ProgramRef other) noexcept {
+    std::swap(Ptr, other.Ptr);
+    return *this;
+}
+
+Kalvos::ProgramRef::~ProgramRef() {
+    if (Ptr == nullptr || Ptr->Refs.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    Ptr->~Program();
+    ::operator delete(Ptr);
+}
+
+Kalvos::ProgramRef Kalvos::ProgramRef::Share(Program* program) {
+    program->Refs.fetch_add(1, std::memory_order_relaxed);
+    return ProgramRef(program);
+}
+
+bool Kalvos::Cacheable(std::string_view raw) const {
+    return CacheMaxEntries > 0 && raw.size() <= kMaxCachedTextLength;
+}
+
+void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
+    ClearCache();
+    CacheMaxEntries = entries;
+    CacheMaxBytes = bytes;
+    CacheSlots.clear();
+    CacheOrder.clear();
+}
+
+std::size_t Kalvos::GetCacheCount() const { return CacheCount; }
+
+std::size_t Kalvos::GetCacheBytes() const { return CacheBytes; }
+
+// Compiles the text as ComputeExpr reads it into a program of its own, kept by the cache when
+// the text may be kept and the program fits.
+Kalvos::ProgramRef Kalvos::CompileKept(std::string_view raw, std::uint64_t hash) {
+    Compile(raw, Mode::Entry);
+    ProgramRef program = Freeze(raw, hash);
+    if (Cacheable(raw) && program.Get()->Bytes <= CacheMaxBytes) Insert(program);
+    return program;
+}
+
+// Open addressing with linear probing; the table is at least twice the number of entries.
+Kalvos::Program* Kalvos::FindCached(std::string_view raw, std::uint64_t hash) const {
+    if (CacheSlots.empty()) return nullptr;
+    const std::size_t mask = CacheSlots.size() - 1;
+    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        Program* program = CacheSlots[slot];
+        if (program == nullptr) return nullptr;
+        if (program->Hash == hash && program->RawLength == raw.size() &&
+            std::memcmp(program->Raw, raw.data(), raw.size()) == 0) {
+            return program;
+        }
+    }
+}
+
+// The oldest programs leave first, until the new one fits both limits.
+void Kalvos::Insert(const ProgramRef& kept) {
+    if (CacheSlots.empty()) {
+        std::size_t size = 2;
+        while (size < 2 * CacheMaxEntries) size *= 2;
+        CacheSlots.assign(size, nullptr);
+        CacheOrder.assign(CacheMaxEntries, nullptr);
+    }
+    Program* program = ProgramRef::Share(kept.Get()).Release();
+    while (CacheCount == CacheMaxEntries || CacheBytes + program->Bytes > CacheMaxBytes) {
+        EvictOldest();
+    }
+    const std::size_t mask = CacheSlots.size() - 1;
+    std::size_t slot = program->Hash & mask;
+    while (CacheSlots[slot] != nullptr) slot = (slot + 1) & mask;
+    CacheSlots[slot] = program;
+    CacheOrder[(CacheOldest + CacheCount) % CacheMaxEntries] = program;
+    ++CacheCount;
+    CacheBytes += program->Bytes;
+}
+
+// Removes the oldest program, moving back every later entry of its probe run that would
+// otherwise no longer be found.
+void Kalvos::EvictOldest() {
+    Program* program = CacheOrder[CacheOldest];
+    CacheOrder[CacheOldest] = nullptr;
+    CacheOldest = (CacheOldest + 1) % CacheMaxEntries;
+    --CacheCount;
+    CacheBytes -= program->Bytes;
+    const std::size_t mask = CacheSlots.size() - 1;
+    std::size_t hole = program->Hash & mask;
+    while (CacheSlots[hole] != program) hole = (hole + 1) & mask;
+    CacheSlots[hole] = nullptr;
+    for (std::size_t slot = (hole + 1) & mask; CacheSlots[slot] != nullptr;
+         slot = (slot + 1) & mask) {
+        const std::size_t home = CacheSlots[slot]->Hash & mask;
+        // The entry may move into the hole unless its home lies cyclically in (hole, slot].
+        const bool stays =
+            hole <= slot ? (hole < home && home <= slot) : (hole < home || home <= slot);
+        if (!stays) {
+            CacheSlots[hole] = CacheSlots[slot];
+            CacheSlots[slot] = nullptr;
+            hole = slot;
+        }
+    }
+    ProgramRef released(program);
+}
+
+void Kalvos::ClearCache() {
+    while (CacheCount > 0) EvictOldest();
+    CacheOldest = 0;
+}

@@ -1,0 +1,375 @@
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "evaluator/Kalvos.h"
+#include "support/KalvosVars.h"
+
+namespace {
+
+constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
+std::uint32_t Size32(std::size_t size) { return static_cast<std::uint32_t>(size); }
+
+// "(" and ")" must pair up from left to right; once the counter has gone below zero it stays
+// there, so ")1+2(" is wrong too. Square brackets are checked later, by the reader.
+bool ParenthesesBalance(std::string_view text) {
+    long depth = 0;
+    for (const char c : text) {
+        if (depth < 0) return false;
+        if (c == '(') ++depth;
+        if (c == ')') --depth;
+    }
+    return depth == 0;
+}
+
+}  // namespace
+
+// Compiles `raw` into the builder: as ComputeExpr reads it (Entry), as the reducer reads it
+// (Expr), or as the argument text of a call of `name` (Func).
+void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
+    Builder& w = Work;
+    w.Frames.clear();
+    w.Elems.clear();
+    w.Operands.clear();
+    w.Instrs.clear();
+    w.Sites.clear();
+    w.Links.clear();
+    w.Aux.clear();
+    w.Slots.clear();
+    w.Names.clear();
+    w.Result = 0;
+    w.Done = false;
+    w.Requested = false;
+    if (mode == Mode::Entry) {
+        CompileEntry(raw);
+    } else if (mode == Mode::Expr) {
+        w.Text.assign(raw);
+        OpenLevel(0, Size32(raw.size()), 0);
+    } else {
+        // The call's name, then its argument text, in one working text; a level that holds
+        // only the call's value stands below it.
+        w.Text.assign(name).append(raw);
+        const std::uint32_t nameEnd = Size32(name.size());
+        const std::uint32_t end = Size32(w.Text.size());
+        Frame root{};
+        root.Begin = root.End = root.Pos = end;
+        w.Frames.push_back(root);
+        OpenCall(w.Frames.back(), 0, nameEnd, nameEnd, end, end);
+    }
+    MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
+    CompileLevels();
+}
+
+// Blanks go wherever they stand and one leading "#" after them; an empty text and unbalanced
+// parentheses are refused before any reading.
+void Kalvos::CompileEntry(std::string_view raw) {
+    std::string& text = Work.Text;
+    text.assign(raw);
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    if (!text.empty() && text[0] == '#') text.erase(0, 1);
+    if (text.empty()) return Fail(MessageId::ExpressionEmpty, __LINE__, 0, 0);
+    const std::uint32_t length = Size32(text.size());
+    if (!ParenthesesBalance(text)) return Fail(MessageId::ParenthesesWrong, __LINE__, 0, length);
+    OpenLevel(0, length, 0);
+}
+
+// Reads the levels as the reducer would recurse into them, with the levels on a stack of its
+// own rather than the machine's, so that the depth of a text costs no stack.
+void Kalvos::CompileLevels() {
+    Builder& w = Work;
+    while (!w.Done) {
+        if (w.Requested) {
+            w.Requested = false;
+            const std::uint32_t depth = w.Request[2];
+            if (depth > kMaxNesting) {
+                Fail(MessageId::NestingTooDeep, __LINE__, w.Request[0], w.Request[1]);
+                break;
+            }
+            Frame level{};
+            level.Begin = level.Pos = w.Request[0];
+            level.End = w.Request[1];
+            level.Depth = depth;
+            level.ElemStart = Size32(w.Elems.size());
+            w.Frames.push_back(level);
+        }
+        if (!ScanLevel(w.Frames.back())) continue;
+        const Operand value = ReduceLevel(w.Frames.back());
+        if (w.Done) break;
+        w.Elems.resize(w.Frames.back().ElemStart);
+        w.Frames.pop_back();
+        if (w.Frames.empty()) {
+            w.Result = SlotOf(value);
+            break;
+        }
+        Deliver(w.Frames.back(), value);
+    }
+}
+
+// The level is opened by the loop above, once the caller is done with its own frame.
+void Kalvos::OpenLevel(std::uint32_t begin, std::uint32_t end, std::uint32_t depth) {
+    Work.Request[0] = begin;
+    Work.Request[1] = end;
+    Work.Request[2] = depth;
+    Work.Requested = true;
+}
+
+// The value of the level just read goes to the construct its frame was waiting for.
+void Kalvos::Deliver(Frame& frame, const Operand& value) {
+    switch (frame.Waiting) {
+        case Wait::Group:
+            frame.Waiting = Wait::None;
+            frame.Pos = frame.Resume;
+            PushNumber(frame, value);
+            break;
+        case Wait::Index: {
+            const std::uint32_t begin = frame.Pos + 1;
+            const std::uint32_t end = frame.Resume - 1;
+            if (!value.Constant) {
+                AddSite(MessageId::NegativeIndex, __LINE__, frame.Begin, frame.End, begin, end);
+                Emit(Op::CheckIndex, 0, value.Slot, 0);
+            } else if (TruncToInt(value.Value) < 0) {
+                return Fail(MessageId::NegativeIndex, __LINE__, frame.Begin, frame.End, begin, end);
+            }
+            Work.Operands.push_back(value);
+            frame.Pos = frame.Resume;
+            if (frame.Pos < frame.End && Work.Text[frame.Pos] == '[') return OpenIndex(frame);
+            return FinishVariable(frame);
+        }
+        case Wait::Param: {
+            Work.Operands.push_back(value);
+            const std::uint32_t next = Size32(Work.Operands.size()) - frame.OperandStart;
+            if (next == frame.ParamCount) return FinishCall(frame);
+            OpenLevel(frame.ParamBegin[next], frame.ParamEnd[next], frame.Depth + 1);
+            break;
+        }
+        case Wait::None:
+            break;
+    }
+}
+
+void Kalvos::OpenIndex(Frame& frame) {
+    const std::uint32_t close = SpanEndAt(frame, frame.Pos, MessageId::NoEndOfBrackets, __LINE__);
+    if (Work.Done) return;
+    frame.Waiting = Wait::Index;
+    frame.Resume = close + 1;
+    OpenLevel(frame.Pos + 1, close, frame.Depth + 1);
+}
+
+// Each index, truncated, is appended in decimal to the name: with constant indices the name
+// is known now; otherwise it is built and looked up when the run reaches it.
+void Kalvos::FinishVariable(Frame& frame) {
+    Builder& w = Work;
+    const auto first = w.Operands.begin() + frame.OperandStart;
+    const bool constant =
+        std::all_of(first, w.Operands.end(), [](const Operand& o) { return o.Constant; });
+    Operand value{};
+    if (constant) {
+        std::string& name = NameBuf;
+        name.assign(w.Text, frame.NameBegin, frame.NameEnd - frame.NameBegin);
+        for (auto index = first; index != w.Operands.end(); ++index) {
+            name += std::to_string(TruncToInt(index->Value));
+        }
+        value = LinkVariable(frame, name);
+    } else {
+        const std::uint32_t aux = Size32(w.Aux.size());
+        w.Aux.push_back(frame.NameBegin);
+        w.Aux.push_back(frame.NameEnd - frame.NameBegin);
+        for (auto index = first; index != w.Operands.end(); ++index) {
+            w.Aux.push_back(SlotOf(*index));
+        }
+        value = {0.0, NewTemporary(), false, true};
+        AddSite(MessageId::NoVariable, __LINE__, frame.Begin, frame.End);
+        Emit(Op::LoadIndexed, value.Slot, Size32(w.Aux.size()) - aux - 2, aux);
+    }
+    w.Operands.resize(frame.OperandStart);
+    frame.Waiting = Wait::None;
+    PushNumber(frame, value);
+}
+
+// A call: its parameters are split before any is read, then read one level deeper each, in
+// order, and only then is the function chosen.
+void Kalvos::OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameEnd,
+                      std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume) {
+    frame.NameBegin = nameBegin;
+    frame.NameEnd = nameEnd;
+    frame.ArgsBegin = argsBegin;
+    frame.ArgsEnd = argsEnd;
+    frame.Resume = resume;
+    const std::string_view args(Work.Text.data() + argsBegin, argsEnd - argsBegin);
+    const unsigned int count = SplitParameters(args, frame.ParamBegin, frame.ParamEnd);
+    if (count > kMaxParameters) {
+        return Fail(MessageId::TooManyParameters, __LINE__, nameBegin, nameEnd, argsBegin, argsEnd);
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        frame.ParamBegin[i] += argsBegin;
+        frame.ParamEnd[i] += argsBegin;
+    }
+    frame.ParamCount = count;
+    frame.OperandStart = Size32(Work.Operands.size());
+    frame.Waiting = Wait::Param;
+    if (count == 0) return FinishCall(frame);
+    OpenLevel(frame.ParamBegin[0], frame.ParamEnd[0], frame.Depth + 1);
+}
+
+// A pure function of constant parameters is computed now, unless its result would raise: the
+// run then computes it and raises in its place.
+void Kalvos::FinishCall(Frame& frame) {
+    Builder& w = Work;
+    const std::string_view name(w.Text.data() + frame.NameBegin, frame.NameEnd - frame.NameBegin);
+    const CatalogueEntry* entry = FindBuiltin(name, frame.ParamCount);
+    if (entry == nullptr) {
+        return Fail(MessageId::FunctionNotFound, __LINE__, frame.NameBegin, frame.NameEnd,
+                    frame.ArgsBegin, frame.ArgsEnd, static_cast<int>(frame.ParamCount));
+    }
+    const Operand* params = w.Operands.data() + frame.OperandStart;
+    const bool constant =
+        IsPure(*entry) &&
+        std::all_of(params, params + frame.ParamCount, [](const Operand& o) { return o.Constant; });
+    Operand value{};
+    double values[kMaxParameters];
+    for (std::uint32_t i = 0; constant && i < frame.ParamCount; ++i) values[i] = params[i].Value;
+    if (constant) value.Value = CallBuiltin(*entry, values, frame.ParamCount);
+    if (constant && CheckNumberValue(value.Value) == 0) {
+        value.Constant = true;
+    } else {
+        const std::uint32_t aux = Size32(w.Aux.size());
+        for (std::uint32_t i = 0; i < frame.ParamCount; ++i) w.Aux.push_back(SlotOf(params[i]));
+        value = {0.0, NewTemporary(), false, true};
+        AddSite(MessageId::InvalidResult, __LINE__, frame.NameBegin, frame.NameEnd, frame.ArgsBegin,
+                frame.ArgsEnd);
+        Emit(Op::Call, value.Slot, CatalogueIndex(*entry), aux,
+             static_cast<std::uint8_t>(frame.ParamCount));
+    }
+    w.Operands.resize(frame.OperandStart);
+    frame.Waiting = Wait::None;
+    frame.Pos = frame.Resume;
+    PushNumber(frame, value);
+}
+
+void Kalvos::PushNumber(Frame& frame, const Operand& value) {
+    (void)frame;
+    Work.Elems.push_back({value, OP_None});
+}
+
+// A variable named by the text: resolved against the store before a run, so that the run
+// only copies its value; the first one that does not resolve raises where it is read.
+Kalvos::Operand Kalvos::LinkVariable(const Frame& frame, std::string_view name) {
+    Builder& w = Work;
+    Link link{};
+    link.NameBegin = Size32(w.Names.size());
+    link.NameLength = Size32(name.size());
+    link.LevelBegin = frame.Begin;
+    link.LevelLength = frame.End - frame.Begin;
+    link.Slot = NewTemporary();
+    link.Pc = Size32(w.Instrs.size());
+    link.Line = __LINE__;
+    link.Fault = MessageId::Count;
+    w.Names.append(name);
+    w.Links.push_back(link);
+    return {0.0, link.Slot, false, false};
+}
+
+std::uint32_t Kalvos::SlotOf(const Operand& operand) {
+    if (!operand.Constant) return operand.Slot;
+    Work.Slots.push_back(operand.Value);
+    return Size32(Work.Slots.size() - 1);
+}
+
+std::uint32_t Kalvos::NewTemporary() {
+    Work.Slots.push_back(0.0);
+    return Size32(Work.Slots.size() - 1);
+}
+
+std::uint32_t Kalvos::Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
+                           std::uint8_t count) {
+    Work.Instrs.push_back({code, count, dst, a, b});
+    return Size32(Work.Instrs.size() - 1);
+}
+
+// The site of the instruction emitted next.
+void Kalvos::AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
+                     std::uint32_t begin2, std::uint32_t end2, int number) {
+    Work.Sites.push_back({Size32(Work.Instrs.size()), id, line, begin1, end1 - begin1, begin2,
+                          end2 - begin2, number});
+}
+
+// A fault found while reading: the run raises it where the reading met it, after everything
+// read before it was evaluated. Nothing after it is compiled.
+void Kalvos::Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
+                  std::uint32_t begin2, std::uint32_t end2, int number) {
+    AddSite(id, line, begin1, end1, begin2, end2, number);
+    Emit(Op::Raise, 0, 0, 0);
+    Work.Done = true;
+}
+
+// The closing delimiter of the span that opens at `open`, within the frame's text; a span
+// that does not close there raises with the text from its opening to the frame's end.
+std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing,
+                                int line) {
+    const std::uint32_t close = Work.Match[open];
+    if (close != kNone && close < frame.End) return close;
+    Fail(missing, line, open, frame.End);
+    return open;
+}
+
+Kalvos::Code Kalvos::BuiltCode() {
+    const Builder& w = Work;
+    Code code;
+    code.Instrs = w.Instrs.data();
+    code.Sites = w.Sites.data();
+    code.Links = Work.Links.data();
+    code.Aux = w.Aux.data();
+    code.Slots = Work.Slots.data();
+    code.Text = w.Text.data();
+    code.Names = w.Names.data();
+    code.InstrCount = Size32(w.Instrs.size());
+    code.SiteCount = Size32(w.Sites.size());
+    code.LinkCount = Size32(w.Links.size());
+    code.AuxCount = Size32(w.Aux.size());
+    code.SlotCount = Size32(w.Slots.size());
+    code.TextLength = Size32(w.Text.size());
+    code.NamesLength = Size32(w.Names.size());
+    code.Result = w.Result;
+    return code;
+}
+
+namespace {
+
+template <typename T>
+T* Place(char* block, std::size_t& offset, const T* from, std::size_t count) {
+    T* to = reinterpret_cast<T*>(block + offset);
+    if (count > 0) std::memcpy(static_cast<void*>(to), from, count * sizeof(T));
+    offset += count * sizeof(T);
+    return to;
+}
+
+}  // namespace
+
+// The builder's program in one block: the arrays of 8-byte alignment first, then those of 4,
+// then the characters.
+Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) const {
+    const Code built = const_cast<Kalvos*>(this)->BuiltCode();
+    const std::size_t bytes = (sizeof(Program) + 7) / 8 * 8 + built.SlotCount * sizeof(double) +
+                              built.LinkCount * sizeof(Link) + built.InstrCount * sizeof(Instr) +
+                              built.SiteCount * sizeof(Site) +
+                              built.AuxCount * sizeof(std::uint32_t) + raw.size() +
+                              built.TextLength + built.NamesLength;
+    char* block = static_cast<char*>(::operator new(bytes));
+    auto* program = new (block) Program();
+    std::size_t offset = (sizeof(Program) + 7) / 8 * 8;
+    Code& code = program->Body;
+    code = built;
+    code.Slots = Place(block, offset, built.Slots, built.SlotCount);
+    code.Links = Place(block, offset, built.Links, built.LinkCount);
+    code.Instrs = Place(block, offset, built.Instrs, built.InstrCount);
+    code.Sites = Place(block, offset, built.Sites, built.SiteCount);
+    code.Aux = Place(block, offset, built.Aux, built.AuxCount);
+    program->Raw = Place(block, offset, raw.data(), raw.size());
+    code.Text = Place(block, offset, built.Text, built.TextLength);
+    code.Names = Place(block, offset, built.Names, built.NamesLength);
+    program->RawLength = raw.size();
+    program->Hash = hash;
+    program->Bytes = bytes;
+    return ProgramRef(program);
+}
