@@ -41,6 +41,7 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Result = 0;
     w.Done = false;
     w.Requested = false;
+    w.Matched = false;
     if (mode == Mode::Entry) {
         CompileEntry(raw);
     } else if (mode == Mode::Expr) {
@@ -57,7 +58,6 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
         w.Frames.push_back(root);
         OpenCall(w.Frames.back(), 0, nameEnd, nameEnd, end, end);
     }
-    MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
     CompileLevels();
 }
 
@@ -120,7 +120,7 @@ void Kalvos::Deliver(Frame& frame, const Operand& value) {
         case Wait::Group:
             frame.Waiting = Wait::None;
             frame.Pos = frame.Resume;
-            PushNumber(frame, value);
+            PushNumber(value);
             break;
         case Wait::Index: {
             const std::uint32_t begin = frame.Pos + 1;
@@ -184,7 +184,7 @@ void Kalvos::FinishVariable(Frame& frame) {
     }
     w.Operands.resize(frame.OperandStart);
     frame.Waiting = Wait::None;
-    PushNumber(frame, value);
+    PushNumber(value);
 }
 
 // A call: its parameters are split before any is read, then read one level deeper each, in
@@ -244,12 +244,7 @@ void Kalvos::FinishCall(Frame& frame) {
     w.Operands.resize(frame.OperandStart);
     frame.Waiting = Wait::None;
     frame.Pos = frame.Resume;
-    PushNumber(frame, value);
-}
-
-void Kalvos::PushNumber(Frame& frame, const Operand& value) {
-    (void)frame;
-    Work.Elems.push_back({value, OP_None});
+    PushNumber(value);
 }
 
 // A variable named by the text: resolved against the store before a run, so that the run
@@ -268,23 +263,6 @@ Kalvos::Operand Kalvos::LinkVariable(const Frame& frame, std::string_view name) 
     w.Names.append(name);
     w.Links.push_back(link);
     return {0.0, link.Slot, false, false};
-}
-
-std::uint32_t Kalvos::SlotOf(const Operand& operand) {
-    if (!operand.Constant) return operand.Slot;
-    Work.Slots.push_back(operand.Value);
-    return Size32(Work.Slots.size() - 1);
-}
-
-std::uint32_t Kalvos::NewTemporary() {
-    Work.Slots.push_back(0.0);
-    return Size32(Work.Slots.size() - 1);
-}
-
-std::uint32_t Kalvos::Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
-                           std::uint8_t count) {
-    Work.Instrs.push_back({code, count, dst, a, b});
-    return Size32(Work.Instrs.size() - 1);
 }
 
 // The site of the instruction emitted next.
@@ -307,7 +285,12 @@ void Kalvos::Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t en
 // that does not close there raises with the text from its opening to the frame's end.
 std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing,
                                 int line) {
-    const std::uint32_t close = Work.Match[open];
+    Builder& w = Work;
+    if (!w.Matched) {
+        MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
+        w.Matched = true;
+    }
+    const std::uint32_t close = w.Match[open];
     if (close != kNone && close < frame.End) return close;
     Fail(missing, line, open, frame.End);
     return open;

@@ -6,6 +6,7 @@
 // from the cache, a new text is compiled first.
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     ExprText.swap(expr);  // the host's text, without a copy when it was moved in
+    TextsFrom = nullptr;
     ErrorText = errortext;
     if (!Cacheable(ExprText)) {
         Compile(ExprText, Mode::Entry);
@@ -59,7 +60,12 @@ double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
     if (compiled.Owner != Serial) {
         Raise<MessageId::ForeignCompiled>(__LINE__, compiled.ErrorText, compiled.ExprText);
     }
-    ExprText = compiled.ExprText;
-    ErrorText = compiled.ErrorText;
-    return Run(compiled.Prog.Get()->Body);
+    // A host that computes one handle again and again finds its texts in place already.
+    Program* program = compiled.Prog.Get();
+    if (TextsFrom != program) {
+        ExprText = compiled.ExprText;
+        TextsFrom = program;
+    }
+    if (ErrorText != compiled.ErrorText) ErrorText = compiled.ErrorText;
+    return Run(program->Body);
 }

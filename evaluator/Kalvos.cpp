@@ -45,6 +45,7 @@ void Kalvos::Reset() {
     Vars->Reset();
     RandGen->RandomInit(ClockSeed());
     ExprText.clear();
+    TextsFrom = nullptr;
     ErrorText.clear();
     ClearCache();
     Serial = NextSerial();

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -347,6 +348,7 @@ private:
         std::string Names;
         std::uint32_t Request[3];  // a level to open next: begin, end, depth
         bool Requested;
+        bool Matched;  // Match is made when the first span needs it
         std::uint32_t Result;
         bool Done;
     };
@@ -362,12 +364,18 @@ private:
     void OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameEnd,
                   std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume);
     void FinishCall(Frame& frame);
-    void PushNumber(Frame& frame, const Operand& value);
+    void PushNumber(const Operand& value) { Work.Elems.push_back({value, OP_None}); }
     Operand LinkVariable(const Frame& frame, std::string_view name);
-    std::uint32_t SlotOf(const Operand& operand);
-    std::uint32_t NewTemporary();
-    std::uint32_t Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
-                       std::uint8_t count = 0);
+    std::uint32_t SlotOf(const Operand& operand) {
+        if (!operand.Constant) return operand.Slot;
+        Work.Slots.push_back(operand.Value);
+        return static_cast<std::uint32_t>(Work.Slots.size() - 1);
+    }
+    std::uint32_t NewTemporary() { return SlotOf({0.0, 0, true, false}); }
+    void Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
+              std::uint8_t count = 0) {
+        Work.Instrs.push_back({code, count, dst, a, b});
+    }
     void AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
                  std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
     void Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
@@ -418,9 +426,21 @@ private:
                            std::vector<std::uint32_t>& brackets);
 
     // Operators.cpp
-    static std::string_view OperatorText(TpOper oper);
-    /// The pass that applies `oper` between two numbers; above 6 for "!" and OP_None.
-    static unsigned int OperatorPass(TpOper oper);
+    struct OperatorInfo {
+        std::string_view Text;
+        // The reduction pass that applies the operator between two numbers; prefix "!" and
+        // "-" are applied in pass 0 besides.
+        unsigned int InfixPass;
+    };
+    static constexpr unsigned int kNoPass = 99;
+    // Indexed by TpOper. "==" and "!=" are numbered before the relational operators but bind
+    // less tightly, hence their later pass.
+    static constexpr OperatorInfo kOperators[] = {
+        {"???", kNoPass}, {"!", kNoPass}, {"*", 1}, {"/", 1},  {"+", 2},  {"-", 2},  {"==", 4},
+        {"!=", 4},        {"<", 3},       {">", 3}, {"<=", 3}, {">=", 3}, {"@@", 5}, {"||", 6},
+    };
+    static_assert(std::size(kOperators) == OP_Or + 1, "one entry for each TpOper");
+    static unsigned int OperatorPass(TpOper oper) { return kOperators[oper].InfixPass; }
     static double ApplyOperator(TpOper oper, double a, double b);
 
     // FunctionCall.cpp and Catalogue.cpp
@@ -451,6 +471,7 @@ private:
     std::size_t CacheBytes = 0;
     std::size_t CacheMaxEntries = kDefaultCacheEntries;
     std::size_t CacheMaxBytes = kDefaultCacheBytes;
-    std::string NameBuf;  // the name of an indexed variable, built at run time
+    std::string NameBuf;                 // the name of an indexed variable, built at run time
+    const Program* TextsFrom = nullptr;  // the program whose text ExprText holds, if any
     std::uint64_t Serial = 0;
 };

@@ -37,21 +37,41 @@ Kalvos::TpOper Kalvos::ReadOperator(std::string& text) {
     return oper;
 }
 
-// Two-character operators first, so that "<=" is never read as "<" followed by "=".
+// Two-character operators first, so that "<=" is never read as "<" followed by "=". A single
+// "=", "@" or "|" is no operator.
 Kalvos::TpOper Kalvos::ScanOperatorToken(std::string_view text, unsigned int& length) {
-    for (unsigned int want = 2; want >= 1; --want) {
-        if (text.size() < want) continue;
-        for (std::uint32_t op = OP_Not; op <= OP_Or; ++op) {
-            const std::string_view candidate = OperatorText(static_cast<TpOper>(op));
-            if (candidate.size() == want && candidate[0] == text[0] &&
-                (want == 1 || candidate[1] == text[1])) {
-                length = want;
-                return static_cast<TpOper>(op);
-            }
-        }
-    }
     length = 0;
-    return OP_None;
+    if (text.empty()) return OP_None;
+    const char second = text.size() > 1 ? text[1] : '\0';
+    const auto pick = [&](TpOper twoChar, TpOper oneChar, char secondChar) {
+        length = second == secondChar && twoChar != OP_None ? 2 : 1;
+        if (length == 1 && oneChar == OP_None) length = 0;
+        return length == 2 ? twoChar : oneChar;
+    };
+    switch (text[0]) {
+        case '=':
+            return pick(OP_Eq, OP_None, '=');
+        case '!':
+            return pick(OP_Neq, OP_Not, '=');
+        case '<':
+            return pick(OP_Le, OP_Lt, '=');
+        case '>':
+            return pick(OP_Ge, OP_Gt, '=');
+        case '@':
+            return pick(OP_And, OP_None, '@');
+        case '|':
+            return pick(OP_Or, OP_None, '|');
+        case '*':
+            return pick(OP_None, OP_Mul, '\0');
+        case '/':
+            return pick(OP_None, OP_Div, '\0');
+        case '+':
+            return pick(OP_None, OP_Add, '\0');
+        case '-':
+            return pick(OP_None, OP_Sub, '\0');
+        default:
+            return OP_None;
+    }
 }
 
 unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {

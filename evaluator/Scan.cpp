@@ -45,8 +45,7 @@ bool Kalvos::ScanLevel(Frame& frame) {
                 if (nameEnd < frame.End && w.Text[nameEnd] == '[') {
                     OpenIndex(frame);
                 } else {
-                    PushNumber(frame,
-                               LinkVariable(frame, rest.substr(0, nameEnd - frame.NameBegin)));
+                    PushNumber(LinkVariable(frame, rest.substr(0, nameEnd - frame.NameBegin)));
                 }
             }
             if (w.Done || frame.Waiting != Wait::None) return false;
@@ -59,7 +58,7 @@ bool Kalvos::ScanLevel(Frame& frame) {
                 return false;
             }
             frame.Pos += static_cast<std::uint32_t>(length);
-            PushNumber(frame, {value, 0, true, false});
+            PushNumber({value, 0, true, false});
         } else {
             ScanOperator(frame);
             if (w.Done) return false;
@@ -85,8 +84,12 @@ void Kalvos::ScanOperator(Frame& frame) {
         return Fail(MessageId::BadOperator, __LINE__, frame.Begin, frame.End, 0, 0,
                     static_cast<int>(frame.Pos - frame.Begin));
     }
-    w.Elems.push_back({{0.0, 0, false, false}, oper});
+    // "!" is always a prefix; "-" is one first in the level or after another operator. A
+    // "-" that cannot become one keeps its infix pass only.
+    const bool prefix =
+        oper == OP_Not || (oper == OP_Sub && (count == 0 || w.Elems.back().Oper != OP_None));
+    if (prefix) frame.PassesUsed |= 1u;
     const unsigned int pass = OperatorPass(oper);
     if (pass < kPasses) frame.PassesUsed |= 1u << pass;
-    if (oper == OP_Not || oper == OP_Sub) frame.PassesUsed |= 1u;  // the prefix pass
+    w.Elems.push_back({{0.0, 0, false, false}, oper});
 }
