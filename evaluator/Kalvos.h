@@ -36,14 +36,22 @@ class CRandomMersenne;
 ///   s = [s], ends in) and kMaxExpandedLength characters of expanded text ("Evaluating [%s]:
 ///   The expanded text is too long."); both name the text the host gave.
 ///
-/// Threads: objects share no writable state (only the read-only function table), so separate
-/// objects may be used from separate threads at the same time. One object serves one thread
-/// at a time: every evaluation writes the object's texts, scratch space and random generator,
-/// and the store must not change while the object evaluates. Messages are formatted under the
-/// host's C locale, so a host must not call setlocale while any object evaluates.
+/// Compiled evaluation: every text is compiled to a compact program, which is then run; the
+/// programs of the texts an object has seen are kept in its cache (SetCacheLimits), so a
+/// known text is only run. CompileExpr gives the host a handle to a program for the last
+/// nanoseconds. A run sees the store as it is at that moment: values, new and deleted
+/// variables and their kinds. Cold or warm, cached or not, the value, every failure (all six
+/// arguments), ExprText, ErrorText and the random draws are the same.
 ///
-/// Texts passed by value are taken over: a host that evaluates a long text repeatedly and
-/// wants no allocation in the call moves the text in.
+/// Threads: objects share no writable state but an atomic counter that numbers them for the
+/// handles, so separate objects may be used from separate threads at the same time. One
+/// object serves one thread at a time: every evaluation writes the object's texts, cache,
+/// scratch space and random generator, and the store must not change while the object
+/// evaluates. Messages are formatted under the host's C locale, so a host must not call
+/// setlocale while any object evaluates.
+///
+/// Texts passed by value are taken over: a host that evaluates a known text and wants no
+/// allocation in the call moves the text in.
 class KALVOS_EXPORT Kalvos : public JObject {
 public:
     class CompiledExpr;
