@@ -32,6 +32,7 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Frames.clear();
     w.Elems.clear();
     w.Operands.clear();
+    w.Params.clear();
     w.Instrs.clear();
     w.Sites.clear();
     w.Links.clear();
@@ -39,6 +40,7 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Slots.clear();
     w.Names.clear();
     w.Result = 0;
+    w.FirstFault = kNone;
     w.Done = false;
     w.Requested = false;
     w.Matched = false;
@@ -140,7 +142,8 @@ void Kalvos::Deliver(Frame& frame, const Operand& value) {
             Work.Operands.push_back(value);
             const std::uint32_t next = Size32(Work.Operands.size()) - frame.OperandStart;
             if (next == frame.ParamCount) return FinishCall(frame);
-            OpenLevel(frame.ParamBegin[next], frame.ParamEnd[next], frame.Depth + 1);
+            const std::uint32_t* param = Work.Params.data() + frame.ParamStart + 2 * next;
+            OpenLevel(param[0], param[1], frame.Depth + 1);
             break;
         }
         case Wait::None:
@@ -197,19 +200,22 @@ void Kalvos::OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameE
     frame.ArgsEnd = argsEnd;
     frame.Resume = resume;
     const std::string_view args(Work.Text.data() + argsBegin, argsEnd - argsBegin);
-    const unsigned int count = SplitParameters(args, frame.ParamBegin, frame.ParamEnd);
+    std::uint32_t begins[kMaxParameters];
+    std::uint32_t ends[kMaxParameters];
+    const unsigned int count = SplitParameters(args, begins, ends);
     if (count > kMaxParameters) {
         return Fail(MessageId::TooManyParameters, __LINE__, nameBegin, nameEnd, argsBegin, argsEnd);
     }
+    frame.ParamStart = Size32(Work.Params.size());
     for (unsigned int i = 0; i < count; ++i) {
-        frame.ParamBegin[i] += argsBegin;
-        frame.ParamEnd[i] += argsBegin;
+        Work.Params.push_back(argsBegin + begins[i]);
+        Work.Params.push_back(argsBegin + ends[i]);
     }
     frame.ParamCount = count;
     frame.OperandStart = Size32(Work.Operands.size());
     frame.Waiting = Wait::Param;
     if (count == 0) return FinishCall(frame);
-    OpenLevel(frame.ParamBegin[0], frame.ParamEnd[0], frame.Depth + 1);
+    OpenLevel(Work.Params[frame.ParamStart], Work.Params[frame.ParamStart + 1], frame.Depth + 1);
 }
 
 // A pure function of constant parameters is computed now, unless its result would raise: the
@@ -242,25 +248,35 @@ void Kalvos::FinishCall(Frame& frame) {
              static_cast<std::uint8_t>(frame.ParamCount));
     }
     w.Operands.resize(frame.OperandStart);
+    w.Params.resize(frame.ParamStart);
     frame.Waiting = Wait::None;
     frame.Pos = frame.Resume;
     PushNumber(value);
 }
 
-// A variable named by the text: resolved against the store before a run, so that the run
-// only copies its value; the first one that does not resolve raises where it is read.
+// A variable named by the text: resolved against the store now and again whenever the store
+// has changed before a run, so that the run only copies its value; the first one that does
+// not resolve raises where it is read. A name the text spells is kept as a range of the text,
+// one built from constant indices after the text, in Names.
 Kalvos::Operand Kalvos::LinkVariable(const Frame& frame, std::string_view name) {
     Builder& w = Work;
     Link link{};
-    link.NameBegin = Size32(w.Names.size());
+    const auto offset = static_cast<std::size_t>(name.data() - w.Text.data());
+    if (offset < w.Text.size()) {
+        link.NameBegin = Size32(offset);
+    } else {
+        link.NameBegin = Size32(w.Text.size() + w.Names.size());
+        w.Names.append(name);
+    }
     link.NameLength = Size32(name.size());
     link.LevelBegin = frame.Begin;
     link.LevelLength = frame.End - frame.Begin;
     link.Slot = NewTemporary();
     link.Pc = Size32(w.Instrs.size());
     link.Line = __LINE__;
-    link.Fault = MessageId::Count;
-    w.Names.append(name);
+    Resolve(link, name);
+    if (link.Fault != MessageId::Count && w.FirstFault == kNone)
+        w.FirstFault = Size32(w.Links.size());
     w.Links.push_back(link);
     return {0.0, link.Slot, false, false};
 }
@@ -314,6 +330,8 @@ Kalvos::Code Kalvos::BuiltCode() {
     code.TextLength = Size32(w.Text.size());
     code.NamesLength = Size32(w.Names.size());
     code.Result = w.Result;
+    code.LinkedVersion = Vars->GetVersion();
+    code.FirstFault = w.FirstFault == kNone ? code.LinkCount : w.FirstFault;
     return code;
 }
 

@@ -234,7 +234,7 @@ private:
     /// per store version. Its value is copied into its slot before each run.
     struct Link {
         const double* Value;                    // into the store, or a keyword's value
-        std::uint32_t NameBegin, NameLength;    // in the names
+        std::uint32_t NameBegin, NameLength;    // in the text, or past its end in the names
         std::uint32_t LevelBegin, LevelLength;  // the text that first names it
         std::uint32_t Slot;
         std::uint32_t Pc;  // where the run first reaches it
@@ -336,7 +336,7 @@ private:
         std::uint32_t ArgsBegin, ArgsEnd;
         std::uint32_t OperandStart;  // the construct's values so far, in Operands
         std::uint32_t ParamCount;
-        std::uint32_t ParamBegin[kMaxParameters], ParamEnd[kMaxParameters];
+        std::uint32_t ParamStart;  // its parameters' texts, begin and end, in Params
     };
 
     /// The working arrays of the compiler, kept from one compilation to the next so that
@@ -347,6 +347,7 @@ private:
         std::vector<Frame> Frames;
         std::vector<Element> Elems;
         std::vector<Operand> Operands;
+        std::vector<std::uint32_t> Params;
         std::vector<Instr> Instrs;
         std::vector<Site> Sites;
         std::vector<Link> Links;
@@ -358,6 +359,7 @@ private:
         bool Requested;
         bool Matched;  // Match is made when the first span needs it
         std::uint32_t Result;
+        std::uint32_t FirstFault;
         bool Done;
     };
 
@@ -406,6 +408,8 @@ private:
     // Machine.cpp
     double Run(Code& code);
     void Relink(Code& code) const;
+    void Resolve(Link& link, std::string_view name) const;
+    static std::string_view LinkName(const Code& code, const Link& link);
     static const Site& SiteAt(const Code& code, std::uint32_t pc);
     [[noreturn]] void RaiseAt(const Code& code, std::uint32_t pc, MessageId id,
                               std::string_view name = {}, double value = 0.0) const;

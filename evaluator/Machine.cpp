@@ -80,31 +80,39 @@ double Kalvos::Run(Code& code) {
     return v[code.Result];
 }
 
-// A name no variable has is a keyword, "true" or "false" in any case, or a fault; so is a
-// variable that holds a text.
 void Kalvos::Relink(Code& code) const {
     code.FirstFault = code.LinkCount;
     for (std::uint32_t i = 0; i < code.LinkCount; ++i) {
         Link& link = code.Links[i];
-        const std::string_view name(code.Names + link.NameBegin, link.NameLength);
-        const unsigned int idx = Vars->FindVar(name);
-        link.Fault = MessageId::Count;
-        link.Value = &kFalse;
-        if (idx == KalvosVars::kNoVar) {
-            if (EqualsLower(name, "true")) {
-                link.Value = &kTrue;
-            } else if (!EqualsLower(name, "false")) {
-                link.Fault = MessageId::NoVariable;
-            }
-        } else if (!Vars->VarIsNum(idx)) {
-            link.Fault = MessageId::NotNumeric;
-        } else {
-            link.Value = Vars->GetNumAddress(idx);
-        }
+        Resolve(link, LinkName(code, link));
         if (link.Fault != MessageId::Count && code.FirstFault == code.LinkCount)
             code.FirstFault = i;
     }
     code.LinkedVersion = Vars->GetVersion();
+}
+
+// A name no variable has is a keyword, "true" or "false" in any case, or a fault; so is a
+// variable that holds a text.
+void Kalvos::Resolve(Link& link, std::string_view name) const {
+    const unsigned int idx = Vars->FindVar(name);
+    link.Fault = MessageId::Count;
+    link.Value = &kFalse;
+    if (idx == KalvosVars::kNoVar) {
+        if (EqualsLower(name, "true")) {
+            link.Value = &kTrue;
+        } else if (!EqualsLower(name, "false")) {
+            link.Fault = MessageId::NoVariable;
+        }
+    } else if (!Vars->VarIsNum(idx)) {
+        link.Fault = MessageId::NotNumeric;
+    } else {
+        link.Value = Vars->GetNumAddress(idx);
+    }
+}
+
+std::string_view Kalvos::LinkName(const Code& code, const Link& link) {
+    const char* names = link.NameBegin < code.TextLength ? code.Text : code.Names - code.TextLength;
+    return {names + link.NameBegin, link.NameLength};
 }
 
 // Every parameter was evaluated before the call; the result must be a finite number.
@@ -181,7 +189,7 @@ void Kalvos::RaiseAt(const Code& code, std::uint32_t pc, MessageId id, std::stri
 
 void Kalvos::RaiseLink(const Code& code, const Link& link) const {
     const std::string_view level(code.Text + link.LevelBegin, link.LevelLength);
-    const std::string_view name(code.Names + link.NameBegin, link.NameLength);
+    const std::string_view name = LinkName(code, link);
     if (link.Fault == MessageId::NotNumeric) {
         Raise<MessageId::NotNumeric>(link.Line, ErrorText, level, name);
     }

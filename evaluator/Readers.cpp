@@ -99,7 +99,7 @@ unsigned int Kalvos::SpanEnd(std::string_view text, char open, MessageId missing
 // deeply nested text stays linear.
 void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
                         std::vector<std::uint32_t>& parens, std::vector<std::uint32_t>& brackets) {
-    match.assign(text.size(), kNone);
+    if (match.size() < text.size()) match.resize(text.size());
     parens.clear();
     brackets.clear();
     for (std::uint32_t pos = 0; pos < text.size(); ++pos) {
@@ -126,6 +126,8 @@ void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match
                 break;
         }
     }
+    for (const std::uint32_t open : parens) match[open] = kNone;
+    for (const std::uint32_t open : brackets) match[open] = kNone;
 }
 
 std::string Kalvos::ReadName(const std::string& text, unsigned int& length, char& next) const {
