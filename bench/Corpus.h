@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The expressions a host typically writes, each in Kalvos' syntax and in muparser's, and the
@@ -64,6 +66,32 @@ inline std::vector<CorpusEntry> Corpus() {
         {"host_formula", "k[1]*w+k[2]*t-(r/2)+x[0]", "k1*w+k2*t-(r/2)+x0"},
         {"sum50", LongSum(), LongSum()},
     };
+}
+
+// The cache-miss path: an object limited to kMissEntries programs is handed kMissVariants
+// distinct texts in turn, 8 times as many. With least-recently-used or first-in-first-out
+// eviction each has been evicted by the time it comes round again, so every call misses;
+// under any eviction at most kMissEntries of each round of kMissVariants calls could hit,
+// since a text appears once a round and only what was kept before the round can be found.
+// A small limit rather than a set larger than the default keeps the blanks below few.
+constexpr std::size_t kMissEntries = 16;
+constexpr std::size_t kMissVariants = 128;
+
+// Texts that differ from `text` only by blanks: variant i has 1 + i / (n + 1) blanks at
+// position i % (n + 1) of the n-character text. Blanks are removed before compiling, so each
+// is a distinct cache key with the text's own work; spreading them over the positions rather
+// than appending more and more keeps their removal cheap: about 4 blanks on average for a
+// text of 20 characters, 10 for the shortest of the corpus (6 characters), 1 for sum50.
+inline std::vector<std::string> BlankVariants(const std::string& text, std::size_t count) {
+    const std::size_t positions = text.size() + 1;
+    std::vector<std::string> variants;
+    variants.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string variant = text;
+        variant.insert(i % positions, 1 + i / positions, ' ');
+        variants.push_back(std::move(variant));
+    }
+    return variants;
 }
 
 }  // namespace bench
