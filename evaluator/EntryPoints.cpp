@@ -11,12 +11,12 @@ double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (!Cacheable(ExprText)) {
         Compile(ExprText, Mode::Entry);
         Code code = BuiltCode();
-        return Run(code);
+        return Execute(code);
     }
     const std::uint64_t hash = HashText(ExprText);
-    if (Program* program = FindCached(ExprText, hash)) return Run(program->Body);
+    if (Program* program = FindCached(ExprText, hash)) return Execute(program->Body);
     const ProgramRef program = CompileKept(ExprText, hash);
-    return Run(program.Get()->Body);
+    return Execute(program.Get()->Body);
 }
 
 // The four literals are answered without evaluating, and without touching ExprText and
@@ -35,13 +35,13 @@ bool Kalvos::ComputeExprBool(std::string expr, const std::string& errortext) {
 double Kalvos::ComputExpr(std::string text) {
     Compile(text, Mode::Expr);
     Code code = BuiltCode();
-    return Run(code);
+    return Execute(code);
 }
 
 double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
     Compile(args, Mode::Func, name);
     Code code = BuiltCode();
-    return Run(code);
+    return Execute(code);
 }
 
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {
@@ -67,5 +67,5 @@ double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
         TextsFrom = program;
     }
     if (ErrorText != compiled.ErrorText) ErrorText = compiled.ErrorText;
-    return Run(program->Body);
+    return Execute(program->Body);
 }

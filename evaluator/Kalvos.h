@@ -405,18 +405,39 @@ private:
                              std::uint32_t& count);
     Operand Combine(TpOper oper, const Operand& a, const Operand& b);
 
+    /// Where a run stopped, when it met a failure: the instruction (or the variable, for a
+    /// name that does not resolve), and the value or built name its message needs.
+    struct Fault {
+        MessageId Id = MessageId::Count;
+        std::uint32_t Pc = 0;
+        const Link* Variable = nullptr;
+        double Value = 0.0;
+    };
+
     // Machine.cpp
-    double Run(Code& code);
+    /// Runs the code and raises its failure, if any, in the caller's frame: a failure unwinds
+    /// as few frames as it can.
+    /// The report is kept in the object, not in a frame, so that no frame between the throw
+    /// and the host has anything to clean up: unwinding is the most of what a failure costs.
+    double Execute(Code& code) {
+        Fault fault;
+        const double value = Run(code, fault);
+        if (fault.Id != MessageId::Count) {
+            Report = Describe(code, fault);
+            RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text,
+                          Report.File);
+        }
+        return value;
+    }
+    double Run(Code& code, Fault& fault);
+    MessageReport Describe(const Code& code, const Fault& fault) const;
     void Relink(Code& code) const;
     void Resolve(Link& link, std::string_view name) const;
     static std::string_view LinkName(const Code& code, const Link& link);
     static const Site& SiteAt(const Code& code, std::uint32_t pc);
-    [[noreturn]] void RaiseAt(const Code& code, std::uint32_t pc, MessageId id,
-                              std::string_view name = {}, double value = 0.0) const;
-    [[noreturn]] void RaiseText(MessageId id, int line, std::string_view text) const;
-    [[noreturn]] void RaiseLink(const Code& code, const Link& link) const;
+    MessageReport DescribeText(MessageId id, int line, std::string_view text) const;
     double CallAt(const Code& code, std::uint32_t pc, const double* slots);
-    double LoadIndexed(const Code& code, std::uint32_t pc, const double* slots);
+    MessageId LoadIndexed(const Code& code, std::uint32_t pc, double* slots);
 
     // Cache.cpp
     static std::uint64_t HashText(std::string_view text);
@@ -485,5 +506,6 @@ private:
     std::size_t CacheMaxBytes = kDefaultCacheBytes;
     std::string NameBuf;                 // the name of an indexed variable, built at run time
     const Program* TextsFrom = nullptr;  // the program whose text ExprText holds, if any
+    MessageReport Report;                // the failure of the last run that failed
     std::uint64_t Serial = 0;
 };

@@ -24,8 +24,9 @@ const char* ResultLabel(int code) {
 
 // Runs compiled code against the store as it is now. Variables named by the text are
 // resolved once per store version and copied into their slots; the first that does not
-// resolve stops the run where the text reads it.
-double Kalvos::Run(Code& code) {
+// resolve stops the run where the text reads it. A failure stops the run and is described in
+// `fault`; the caller raises it.
+double Kalvos::Run(Code& code, Fault& fault) {
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
     double* const v = code.Slots;
     for (std::uint32_t i = 0; i < code.LinkCount; ++i) v[code.Links[i].Slot] = *code.Links[i].Value;
@@ -33,6 +34,7 @@ double Kalvos::Run(Code& code) {
     const std::uint32_t end = faulty ? code.Links[code.FirstFault].Pc : code.InstrCount;
     for (std::uint32_t pc = 0; pc < end; ++pc) {
         const Instr& in = code.Instrs[pc];
+        MessageId failure = MessageId::Count;
         switch (in.Code) {
             case Op::Neg:
                 v[in.Dst] = -v[in.A];
@@ -44,7 +46,7 @@ double Kalvos::Run(Code& code) {
                 v[in.Dst] = v[in.A] * v[in.B];
                 break;
             case Op::Div:
-                if (v[in.B] == 0.0) RaiseAt(code, pc, MessageId::DivisionByZero);
+                if (v[in.B] == 0.0) failure = MessageId::DivisionByZero;
                 v[in.Dst] = v[in.A] / v[in.B];
                 break;
             case Op::Add:
@@ -65,18 +67,30 @@ double Kalvos::Run(Code& code) {
                 break;
             case Op::Call:
                 v[in.Dst] = CallAt(code, pc, v);
+                if (CheckNumberValue(v[in.Dst]) != 0) failure = MessageId::InvalidResult;
                 break;
             case Op::CheckIndex:
-                if (TruncToInt(v[in.A]) < 0) RaiseAt(code, pc, MessageId::NegativeIndex);
+                if (TruncToInt(v[in.A]) < 0) failure = MessageId::NegativeIndex;
                 break;
             case Op::LoadIndexed:
-                v[in.Dst] = LoadIndexed(code, pc, v);
+                failure = LoadIndexed(code, pc, v);
                 break;
             case Op::Raise:
-                RaiseAt(code, pc, SiteAt(code, pc).Id);
+                failure = SiteAt(code, pc).Id;
+                break;
+        }
+        if (failure != MessageId::Count) {
+            fault.Id = failure;
+            fault.Pc = pc;
+            fault.Value = failure == MessageId::InvalidResult ? v[in.Dst] : 0.0;
+            return 0.0;
         }
     }
-    if (faulty) RaiseLink(code, code.Links[code.FirstFault]);
+    if (faulty) {
+        fault.Id = code.Links[code.FirstFault].Fault;
+        fault.Variable = &code.Links[code.FirstFault];
+        return 0.0;
+    }
     return v[code.Result];
 }
 
@@ -115,18 +129,17 @@ std::string_view Kalvos::LinkName(const Code& code, const Link& link) {
     return {names + link.NameBegin, link.NameLength};
 }
 
-// Every parameter was evaluated before the call; the result must be a finite number.
+// Every parameter was evaluated before the call.
 double Kalvos::CallAt(const Code& code, std::uint32_t pc, const double* slots) {
     const Instr& in = code.Instrs[pc];
     double values[kMaxParameters];
     for (unsigned int i = 0; i < in.Count; ++i) values[i] = slots[code.Aux[in.B + i]];
-    const double value = CallBuiltin(in.A, values, in.Count);
-    if (CheckNumberValue(value) != 0) RaiseAt(code, pc, MessageId::InvalidResult, {}, value);
-    return value;
+    return CallBuiltin(in.A, values, in.Count);
 }
 
-// The name of an indexed variable with computed indices, built when the run reaches it.
-double Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, const double* slots) {
+// The name of an indexed variable with computed indices, built when the run reaches it, into
+// NameBuf, where a failure's message finds it.
+MessageId Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, double* slots) {
     const Instr& in = code.Instrs[pc];
     const std::uint32_t* aux = code.Aux + in.B;
     NameBuf.assign(code.Text + aux[0], aux[1]);
@@ -137,13 +150,15 @@ double Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, const double* slo
         NameBuf.append(digits, converted.ptr);
     }
     const unsigned int idx = Vars->FindVar(NameBuf);
+    double& value = slots[in.Dst];
     if (idx == KalvosVars::kNoVar) {
-        if (EqualsLower(NameBuf, "true")) return 1.0;
-        if (EqualsLower(NameBuf, "false")) return 0.0;
-        RaiseAt(code, pc, MessageId::NoVariable, NameBuf);
+        value = EqualsLower(NameBuf, "true") ? 1.0 : 0.0;
+        const bool keyword = value == 1.0 || EqualsLower(NameBuf, "false");
+        return keyword ? MessageId::Count : MessageId::NoVariable;
     }
-    if (!Vars->VarIsNum(idx)) RaiseAt(code, pc, MessageId::NotNumeric, NameBuf);
-    return *Vars->GetNumAddress(idx);
+    if (!Vars->VarIsNum(idx)) return MessageId::NotNumeric;
+    value = *Vars->GetNumAddress(idx);
+    return MessageId::Count;
 }
 
 const Kalvos::Site& Kalvos::SiteAt(const Code& code, std::uint32_t pc) {
@@ -152,67 +167,69 @@ const Kalvos::Site& Kalvos::SiteAt(const Code& code, std::uint32_t pc) {
                              [](const Site& site, std::uint32_t key) { return site.Pc < key; });
 }
 
-// Every failure of a run is raised here, from the site of the instruction that met it.
-void Kalvos::RaiseAt(const Code& code, std::uint32_t pc, MessageId id, std::string_view name,
-                     double value) const {
-    const Site& site = SiteAt(code, pc);
+// Every failure of a run is described here, from the site of the instruction that met it or
+// from the variable that did not resolve.
+MessageReport Kalvos::Describe(const Code& code, const Fault& fault) const {
+    const std::string_view error = ErrorText;
+    if (fault.Variable != nullptr) {
+        const Link& link = *fault.Variable;
+        const std::string_view level(code.Text + link.LevelBegin, link.LevelLength);
+        if (fault.Id == MessageId::NotNumeric) {
+            return JObject::Describe<MessageId::NotNumeric>(link.Line, error, level,
+                                                            LinkName(code, link));
+        }
+        return JObject::Describe<MessageId::NoVariable>(link.Line, error, level,
+                                                        LinkName(code, link));
+    }
+    const Site& site = SiteAt(code, fault.Pc);
     const std::string_view text1(code.Text + site.Begin1, site.Length1);
     const std::string_view text2(code.Text + site.Begin2, site.Length2);
     const int line = site.Line;
-    const std::string_view error = ErrorText;
-    switch (id) {
+    switch (fault.Id) {
         case MessageId::ExpressionEmpty:
-            Raise<MessageId::ExpressionEmpty>(line, error);
+            return JObject::Describe<MessageId::ExpressionEmpty>(line, error);
         case MessageId::NegativeIndex:
-            Raise<MessageId::NegativeIndex>(line, error, text1, text2);
+            return JObject::Describe<MessageId::NegativeIndex>(line, error, text1, text2);
         case MessageId::NoToken:
-            Raise<MessageId::NoToken>(line, error, text1, site.Number);
+            return JObject::Describe<MessageId::NoToken>(line, error, text1, site.Number);
         case MessageId::BadNumber:
-            Raise<MessageId::BadNumber>(line, error, text1, site.Number);
+            return JObject::Describe<MessageId::BadNumber>(line, error, text1, site.Number);
         case MessageId::BadOperator:
-            Raise<MessageId::BadOperator>(line, error, text1, site.Number);
-        case MessageId::NotNumeric:
-            Raise<MessageId::NotNumeric>(line, error, text1, name);
+            return JObject::Describe<MessageId::BadOperator>(line, error, text1, site.Number);
+        case MessageId::NotNumeric:  // an indexed variable's name, built into NameBuf
+            return JObject::Describe<MessageId::NotNumeric>(line, error, text1, NameBuf);
         case MessageId::NoVariable:
-            Raise<MessageId::NoVariable>(line, error, text1, name);
+            return JObject::Describe<MessageId::NoVariable>(line, error, text1, NameBuf);
         case MessageId::TooManyParameters:
-            Raise<MessageId::TooManyParameters>(line, error, text1, text2);
+            return JObject::Describe<MessageId::TooManyParameters>(line, error, text1, text2);
         case MessageId::FunctionNotFound:
-            Raise<MessageId::FunctionNotFound>(line, error, text1, text2, site.Number);
+            return JObject::Describe<MessageId::FunctionNotFound>(line, error, text1, text2,
+                                                                  site.Number);
         case MessageId::InvalidResult:
-            Raise<MessageId::InvalidResult>(line, error, text1, text2, value,
-                                            ResultLabel(CheckNumberValue(value)));
+            return JObject::Describe<MessageId::InvalidResult>(
+                line, error, text1, text2, fault.Value, ResultLabel(CheckNumberValue(fault.Value)));
         default:
-            RaiseText(id, line, text1);
+            return DescribeText(fault.Id, line, text1);
     }
-}
-
-void Kalvos::RaiseLink(const Code& code, const Link& link) const {
-    const std::string_view level(code.Text + link.LevelBegin, link.LevelLength);
-    const std::string_view name = LinkName(code, link);
-    if (link.Fault == MessageId::NotNumeric) {
-        Raise<MessageId::NotNumeric>(link.Line, ErrorText, level, name);
-    }
-    Raise<MessageId::NoVariable>(link.Line, ErrorText, level, name);
 }
 
 // The messages that name one text.
-void Kalvos::RaiseText(MessageId id, int line, std::string_view text) const {
+MessageReport Kalvos::DescribeText(MessageId id, int line, std::string_view text) const {
     const std::string_view error = ErrorText;
     switch (id) {
         case MessageId::ParenthesesWrong:
-            Raise<MessageId::ParenthesesWrong>(line, error, text);
+            return JObject::Describe<MessageId::ParenthesesWrong>(line, error, text);
         case MessageId::ExpressionInvalid:
-            Raise<MessageId::ExpressionInvalid>(line, error, text);
+            return JObject::Describe<MessageId::ExpressionInvalid>(line, error, text);
         case MessageId::TooManyParts:
-            Raise<MessageId::TooManyParts>(line, error, text);
+            return JObject::Describe<MessageId::TooManyParts>(line, error, text);
         case MessageId::DivisionByZero:
-            Raise<MessageId::DivisionByZero>(line, error, text);
+            return JObject::Describe<MessageId::DivisionByZero>(line, error, text);
         case MessageId::NoEndOfParentheses:
-            Raise<MessageId::NoEndOfParentheses>(line, error, text);
+            return JObject::Describe<MessageId::NoEndOfParentheses>(line, error, text);
         case MessageId::NoEndOfBrackets:
-            Raise<MessageId::NoEndOfBrackets>(line, error, text);
+            return JObject::Describe<MessageId::NoEndOfBrackets>(line, error, text);
         default:
-            Raise<MessageId::NestingTooDeep>(line, error, text);
+            return JObject::Describe<MessageId::NestingTooDeep>(line, error, text);
     }
 }

@@ -89,7 +89,7 @@ unsigned int Kalvos::SpanEnd(std::string_view text, char open, MessageId missing
     if (!opened.empty()) opened[0] = open;
     std::vector<std::uint32_t> match, parens, brackets;
     MatchSpans(opened, match, parens, brackets);
-    if (opened.empty() || match[0] == kNone) RaiseText(missing, __LINE__, text);
+    if (opened.empty() || match[0] == kNone) Throw(DescribeText(missing, __LINE__, text));
     return match[0] + 1;
 }
 

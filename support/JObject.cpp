@@ -26,12 +26,6 @@ JException::JException(std::string srcFile, int srcLine, std::string className, 
       Text(std::move(text)),
       File(std::move(file)) {}
 
-void JObject::RunExceptioon(const std::string& srcFile, int srcLine, const std::string& className,
-                            const std::string& method, const std::string& text,
-                            const std::string& file) const {
-    throw JException(srcFile, srcLine, className, method, text, file);
-}
-
 namespace {
 
 void AppendArg(std::string& text, const MessageArg& arg) {
@@ -53,19 +47,19 @@ void AppendArg(std::string& text, const MessageArg& arg) {
 
 }  // namespace
 
-void JObject::RaiseMessage(MessageId id, int line, const MessageArg* args, std::size_t count,
-                           std::string_view errortext) const {
-    const MessageTemplate& message = kMessages[static_cast<std::size_t>(id)];
+std::string JObject::FormatMessage(MessageId id, const MessageArg* args, std::size_t count,
+                                   std::string_view errortext) {
     std::string text;
-    std::size_t next = 0;
-    for (const char* c = message.Format; *c != '\0'; ++c) {
-        if (*c != '%' || next == count) {
-            text += *c;
-            continue;
-        }
-        AppendArg(text, args[next++]);
-        ++c;
+    std::string_view format = kMessages[static_cast<std::size_t>(id)].Format;
+    // Every template has exactly `count` placeholders, each "%" and one letter: the callers'
+    // values are checked against it when they are built.
+    for (std::size_t next = 0; next < count; ++next) {
+        const std::size_t mark = format.find('%');
+        text.append(format.substr(0, mark));
+        AppendArg(text, args[next]);
+        format.remove_prefix(mark + 2);
     }
+    text.append(format);
     text.append(errortext);
-    RunExceptioon(message.Module, line, ClassName, message.Method, text, "");
+    return text;
 }

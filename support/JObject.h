@@ -41,10 +41,17 @@ public:
     const std::string& GetClassName() const { return ClassName; }
     bool GetDestroying() const { return Destroying; }
 
-    /// Throws a JException carrying the six arguments; never returns.
-    [[noreturn]] void RunExceptioon(const std::string& srcFile, int srcLine,
-                                    const std::string& className, const std::string& method,
-                                    const std::string& text, const std::string& file) const;
+    /// Throws a JException carrying the six arguments; never returns. Always inlined, so that
+    /// the throw happens in the frame that raises: a failure unwinds as few frames as it can.
+#if defined(__GNUC__)
+    __attribute__((always_inline))
+#endif
+    [[noreturn]] void
+    RunExceptioon(const std::string& srcFile, int srcLine, const std::string& className,
+                  const std::string& method, const std::string& text,
+                  const std::string& file) const {
+        throw JException(srcFile, srcLine, className, method, text, file);
+    }
 
 protected:
     /// The one way the library raises: the template of `id` filled with `args`, the error
@@ -52,14 +59,24 @@ protected:
     /// ClassName and "".
     template <MessageId id, typename... Args>
     [[noreturn]] void Raise(int line, std::string_view errortext, const Args&... args) const {
+        Throw(Describe<id>(line, errortext, args...));
+    }
+    [[noreturn]] void Throw(const MessageReport& report) const {
+        RunExceptioon(report.Module, report.Line, ClassName, report.Method, report.Text, "");
+    }
+    /// The failure Raise would raise, for a caller that raises it in a frame of its own.
+    template <MessageId id, typename... Args>
+    static MessageReport Describe(int line, std::string_view errortext, const Args&... args) {
         static_cast<void>(CheckedArgs<id, Args...>{});
         const MessageArg values[] = {MessageArg(args)..., MessageArg(0)};
-        RaiseMessage(id, line, values, sizeof...(Args), errortext);
+        const MessageTemplate& message = kMessages[static_cast<std::size_t>(id)];
+        return {message.Module, message.Method, line,
+                FormatMessage(id, values, sizeof...(Args), errortext), std::string()};
     }
-    /// The template filled in as printf would: a text stops at its first NUL character, %g is
-    /// printf's.
-    [[noreturn]] void RaiseMessage(MessageId id, int line, const MessageArg* args,
-                                   std::size_t count, std::string_view errortext) const;
+    /// The template filled in as printf would (a text stops at its first NUL character, %g is
+    /// printf's), the error text appended.
+    static std::string FormatMessage(MessageId id, const MessageArg* args, std::size_t count,
+                                     std::string_view errortext);
 
     std::string ClassName = "JObject";
     bool Destroying = false;

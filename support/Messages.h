@@ -83,6 +83,16 @@ inline constexpr MessageTemplate kMessages[] = {
 static_assert(std::size(kMessages) == static_cast<std::size_t>(MessageId::Count),
               "one template for each MessageId");
 
+/// A failure ready to be raised: the template's module and method, the source line and the
+/// message with the error text appended.
+struct MessageReport {
+    std::string Module;
+    std::string Method;
+    int Line = 0;
+    std::string Text;
+    std::string File;  // the sixth argument of a raise, always ""
+};
+
 /// One value for a placeholder of a message.
 struct MessageArg {
     char Conversion;  // 's', 'd', 'u' or 'g'
