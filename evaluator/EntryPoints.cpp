@@ -5,9 +5,10 @@
 // Every numeric evaluation is a run of compiled code: the program of a known text is taken
 // from the cache, a new text is compiled first.
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
-    ExprText.swap(expr);  // the host's text, without a copy when it was moved in
+    // A known text is usually the one of the last call: compared, not copied.
+    if (ExprText != expr) ExprText = expr;
     TextsFrom = nullptr;
-    ErrorText = errortext;
+    if (ErrorText != errortext) ErrorText = errortext;
     if (!Cacheable(ExprText)) {
         Compile(ExprText, Mode::Entry);
         Code code = BuiltCode();

@@ -32,9 +32,10 @@ double Kalvos::Run(Code& code, Fault& fault) {
     for (std::uint32_t i = 0; i < code.LinkCount; ++i) v[code.Links[i].Slot] = *code.Links[i].Value;
     const bool faulty = code.FirstFault < code.LinkCount;
     const std::uint32_t end = faulty ? code.Links[code.FirstFault].Pc : code.InstrCount;
-    for (std::uint32_t pc = 0; pc < end; ++pc) {
+    MessageId failure = MessageId::Count;
+    std::uint32_t pc = 0;
+    for (; pc < end; ++pc) {
         const Instr& in = code.Instrs[pc];
-        MessageId failure = MessageId::Count;
         switch (in.Code) {
             case Op::Neg:
                 v[in.Dst] = -v[in.A];
@@ -46,7 +47,10 @@ double Kalvos::Run(Code& code, Fault& fault) {
                 v[in.Dst] = v[in.A] * v[in.B];
                 break;
             case Op::Div:
-                if (v[in.B] == 0.0) failure = MessageId::DivisionByZero;
+                if (v[in.B] == 0.0) {
+                    failure = MessageId::DivisionByZero;
+                    goto stop;
+                }
                 v[in.Dst] = v[in.A] / v[in.B];
                 break;
             case Op::Add:
@@ -67,31 +71,35 @@ double Kalvos::Run(Code& code, Fault& fault) {
                 break;
             case Op::Call:
                 v[in.Dst] = CallAt(code, pc, v);
-                if (CheckNumberValue(v[in.Dst]) != 0) failure = MessageId::InvalidResult;
+                if (CheckNumberValue(v[in.Dst]) != 0) {
+                    failure = MessageId::InvalidResult;
+                    fault.Value = v[in.Dst];
+                    goto stop;
+                }
                 break;
             case Op::CheckIndex:
-                if (TruncToInt(v[in.A]) < 0) failure = MessageId::NegativeIndex;
+                if (TruncToInt(v[in.A]) < 0) {
+                    failure = MessageId::NegativeIndex;
+                    goto stop;
+                }
                 break;
             case Op::LoadIndexed:
                 failure = LoadIndexed(code, pc, v);
+                if (failure != MessageId::Count) goto stop;
                 break;
             case Op::Raise:
                 failure = SiteAt(code, pc).Id;
-                break;
-        }
-        if (failure != MessageId::Count) {
-            fault.Id = failure;
-            fault.Pc = pc;
-            fault.Value = failure == MessageId::InvalidResult ? v[in.Dst] : 0.0;
-            return 0.0;
+                goto stop;
         }
     }
-    if (faulty) {
-        fault.Id = code.Links[code.FirstFault].Fault;
-        fault.Variable = &code.Links[code.FirstFault];
-        return 0.0;
-    }
-    return v[code.Result];
+    if (!faulty) return v[code.Result];
+    fault.Id = code.Links[code.FirstFault].Fault;
+    fault.Variable = &code.Links[code.FirstFault];
+    return 0.0;
+stop:
+    fault.Id = failure;
+    fault.Pc = pc;
+    return 0.0;
 }
 
 void Kalvos::Relink(Code& code) const {
