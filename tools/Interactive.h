@@ -8,8 +8,10 @@ namespace cli {
 extern const char* const kLineHelp;
 extern const char* const kCommandHelp;
 
-/// Reads lines at the prompt "kalvos> " until :quit or the end of input, with line editing
-/// and history where the build has libedit. A failing line is reported and the session goes on.
-void RunInteractive(Session& session);
+/// Reads lines at the prompt "kalvos> " until :quit or the end of input, with line editing,
+/// completion and a history kept between sessions where the build has libedit. A failing
+/// line is reported and the session goes on; Ctrl-C abandons the line being typed. Returns
+/// the system's error number when the input could not be read, else 0.
+int RunInteractive(Session& session);
 
 }  // namespace cli

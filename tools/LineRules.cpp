@@ -15,16 +15,27 @@ std::size_t NameLength(std::string_view text) {
     return length;
 }
 
-// NAME, blanks, "=" and something other than a second "=": "a == 1" compares, "a = 1" assigns.
-bool ReadAssignment(std::string_view text, Line& line) {
-    const std::size_t nameLength = NameLength(text);
-    if (nameLength == 0) return false;
-    const std::string_view rest = TrimBlanks(text.substr(nameLength));
-    if (rest.empty() || rest[0] != '=' || (rest.size() > 1 && rest[1] == '=')) return false;
-    line.Kind = LineKind::Assignment;
-    line.Name = text.substr(0, nameLength);
-    line.Body = TrimBlanks(rest.substr(1));
-    return true;
+// The position of the "=" that assigns, or npos. The comparison operators that contain "="
+// are stepped over whole, so "a <= 1" and "a == 1" compare.
+std::size_t AssignmentSign(std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool pairs = i + 1 < text.size() && text[i + 1] == '=';
+        if ((c == '=' || c == '!' || c == '<' || c == '>') && pairs) {
+            ++i;
+        } else if (c == '=') {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
+// A "$" text runs to the end of the line: its blanks are part of it; only a line ending's
+// carriage return is not.
+std::string_view TextFrom(std::string_view text, std::size_t dollar) {
+    std::string_view body = text.substr(dollar);
+    while (!body.empty() && body.back() == '\r') body.remove_suffix(1);
+    return body;
 }
 
 }  // namespace
@@ -37,21 +48,72 @@ std::string_view TrimBlanks(std::string_view text) {
 
 bool IsName(std::string_view text) { return !text.empty() && NameLength(text) == text.size(); }
 
+// Brackets pair up as the expression reader pairs them: only "[" and "]" are counted.
+bool ReadTarget(std::string_view text, Target& target) {
+    const std::size_t nameLength = NameLength(text);
+    if (nameLength == 0) return false;
+    target.Name = text.substr(0, nameLength);
+    target.Indices.clear();
+    std::size_t at = nameLength;
+    while (at < text.size()) {
+        if (text[at] != '[') return false;
+        std::size_t depth = 1;
+        std::size_t end = at + 1;
+        for (; end < text.size() && depth > 0; ++end) {
+            if (text[end] == '[') ++depth;
+            if (text[end] == ']') --depth;
+        }
+        if (depth > 0) return false;
+        target.Indices.push_back(text.substr(at + 1, end - at - 2));
+        at = end;
+    }
+    return true;
+}
+
+std::string_view SkipByteOrderMark(std::string_view text) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    if (text.substr(0, kMark.size()) == kMark) text.remove_prefix(kMark.size());
+    return text;
+}
+
 Line ClassifyLine(std::string_view text) {
     Line line;
     const std::string_view trimmed = TrimBlanks(text);
     if (trimmed.empty()) return line;
     if (trimmed.substr(0, 2) == "//") {
         line.Kind = LineKind::Comment;
-    } else if (trimmed[0] == '$') {
-        // Blanks after the "$" belong to the text; only the line's outer edges are trimmed
-        // on the left, and the right keeps everything but the line ending.
+        return line;
+    }
+    if (trimmed[0] == '$') {
         line.Kind = LineKind::Text;
-        line.Body = text.substr(text.find('$'));
-        while (!line.Body.empty() && line.Body.back() == '\r') line.Body.remove_suffix(1);
-    } else if (!ReadAssignment(trimmed, line)) {
+        line.Body = TextFrom(text, text.find('$'));
+        return line;
+    }
+    const std::size_t comment = trimmed.find("//");
+    const std::size_t sign = AssignmentSign(trimmed.substr(0, comment));
+    if (sign == std::string_view::npos) {
         line.Kind = LineKind::Expression;
-        line.Body = trimmed;
+        line.Body = TrimBlanks(trimmed.substr(0, comment));
+        return line;
+    }
+    line.Target = TrimBlanks(trimmed.substr(0, sign));
+    Target target;
+    if (!ReadTarget(line.Target, target)) {
+        line.Kind = LineKind::BadTarget;
+        return line;
+    }
+    // The text of a text assignment keeps its blanks to the end of the line, so it is taken
+    // from the untrimmed line.
+    const std::size_t start = static_cast<std::size_t>(trimmed.data() - text.data()) + sign + 1;
+    const std::string_view right = text.substr(start);
+    const std::size_t dollar = right.find_first_not_of(" \t");
+    if (dollar != std::string_view::npos && right[dollar] == '$') {
+        line.Kind = LineKind::TextAssignment;
+        line.Body = TextFrom(right, dollar);
+    } else {
+        line.Kind = LineKind::Assignment;
+        const std::size_t end = comment == std::string_view::npos ? comment : comment - sign - 1;
+        line.Body = TrimBlanks(trimmed.substr(sign + 1, end));
     }
     return line;
 }

@@ -4,13 +4,23 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "evaluator/Kalvos.h"
+#include "tools/LineRules.h"
 
 namespace cli {
 
-/// The shortest text that reads back to the same double: 11, 0.30000000000000004, 1e+300, -0.
-std::string FormatNumber(double value);
+/// The evaluator with the two things the tool needs beyond the public entry points: the name
+/// an indexed target designates, and seeding without an expression.
+class Evaluator : public Kalvos {
+public:
+    /// x[i+1] as the expression reader reads it: each index evaluated, truncated toward zero
+    /// and appended in decimal; a negative index raises the reader's own error. `text` is the
+    /// target as written, for messages, and `origin` is appended to them.
+    std::string TargetName(const Target& target, std::string_view text, const std::string& origin);
+    void Seed(int seed) const { RandomInit(seed); }
+};
 
 class Session {
 public:
@@ -21,25 +31,56 @@ public:
     /// it says where the expression came from, e.g. " (line 3)".
     void RunLine(std::string_view text, const std::string& origin);
     /// Runs every line of a stream; `where` prefixes the line number in messages ("FILE ").
+    /// A byte-order mark before the first line is skipped. Stops when output fails.
     void RunStream(std::istream& in, const std::string& where);
-    void DefineNumber(const std::string& name, std::string_view expr, const std::string& origin);
-    void DefineText(const std::string& name, const std::string& text);
-    /// Seeds the generator through the expression language, as any host would.
-    void Seed(int seed);
-    /// Every variable as "name = value", texts in double quotes, in the order of definition.
-    void ListVars() const;
+    /// Stores the text as it is, without expanding markers; the target may have indices.
+    void DefineText(std::string_view target, const std::string& text, const std::string& origin);
+    void Seed(int seed) { Eval.Seed(seed); }
+    /// A seed from the system's source of randomness, so that runs in the same second differ.
+    void SeedRandomly();
+    /// Numbers with that many digits after the point instead of the shortest form.
+    void SetDecimals(int decimals) { Decimals = decimals; }
+    /// From now on each result is also stored in "ans", as long as no one else uses the name.
+    void KeepAnswers();
+
+    /// Every variable as a line that the tool reads back: "x = 1.5", "unit = $m/s". Returns
+    /// how many there are.
+    std::size_t ListVars();
+    /// Every built-in function with its parameters and what it gives, one a line.
+    static void ListFunctions(std::ostream& out);
+    /// The names of functions and variables that begin with `prefix`; functions end in "(".
+    std::vector<std::string> Completions(std::string_view prefix) const;
+    bool HasVariable(const std::string& name) const;
+
+    /// Sends what is buffered, noting a failure as any output does.
+    void Flush();
+    /// Writes "kalvos: MESSAGE" to the error stream, made safe for a terminal.
+    void Report(const std::string& message);
+    /// Counts as a failed line.
+    void Fail(const std::string& message);
 
     bool AnyFailed() const { return Failed; }
+    /// The system's error number of the first output that failed; 0 while all went out.
+    int OutputError() const { return WriteError; }
 
 private:
     template <typename Compute>
     void Guard(Compute compute);
+    void Print(const std::string& text);
+    void StoreNumber(const std::string& name, double value);
+    void StoreText(const std::string& name, const std::string& text);
+    void Claim(const std::string& name);
+    std::string Format(double value) const;
+    std::string Resolve(std::string_view targetText, const std::string& origin);
 
-    Kalvos Eval;
+    Evaluator Eval;
     std::ostream& Out;
     std::ostream& Err;
     bool AsBool;
+    int Decimals = -1;  // below 0: the shortest form
     bool Failed = false;
+    int WriteError = 0;
+    bool Answers = false;
 };
 
 }  // namespace cli

@@ -1,13 +1,14 @@
-// kalvos: evaluates expressions given as arguments, read from standard input or typed at a
-// prompt, one result a line. Everything it computes goes through the Kalvos evaluator.
+// kalvos: evaluates expressions given as arguments, read from files, from standard input or
+// typed at a prompt, one result a line. Everything it computes goes through the Kalvos
+// evaluator.
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <charconv>
-#include <filesystem>
-#include <fstream>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -15,6 +16,7 @@
 
 #include "tools/Interactive.h"
 #include "tools/LineRules.h"
+#include "tools/Printing.h"
 #include "tools/Session.h"
 
 namespace {
@@ -26,21 +28,26 @@ const char* const kUsage =
 
 const char* const kOptionHelp =
     "\nOptions:\n"
-    "  -b, --bool     evaluate expressions as conditions; print true or false\n"
-    "  -D NAME=EXPR   define a numeric variable\n"
-    "  -S NAME=TEXT   define a text variable\n"
-    "  -f FILE        run the lines of FILE\n"
-    "  --seed N       seed the random generator, so that rand() repeats\n"
-    "  -h, --help     print this help and exit\n"
-    "  -V, --version  print the version and exit\n"
-    "  --             end the options (before an EXPR such as -x + 1)\n"
-    "Options come before the first EXPR. -D, -S and -f may repeat; they take effect in\n"
-    "the order given, before any EXPR or input line.\n"
+    "  -b, --bool        evaluate expressions as conditions; print true or false\n"
+    "  -D NAME=EXPR      define a numeric variable (NAME may have indices: x[2]=5)\n"
+    "  -S NAME=TEXT      define a text variable, TEXT taken as it is\n"
+    "  -f FILE           run the lines of FILE; - is standard input\n"
+    "  --seed N          seed the random generator, so that rand() repeats\n"
+    "  --precision N     print numbers with N digits after the point\n"
+    "  --vars            at the end, print every variable as a line kalvos reads back\n"
+    "  --functions       list the built-in functions and exit\n"
+    "  -h, --help        print this help and exit\n"
+    "  -V, --version     print the version and exit\n"
+    "  --                end the options (before an EXPR such as -x + 1)\n"
+    "Options may stand before or after the EXPRs; -D, -S and -f may repeat and take effect\n"
+    "in the order given, before any EXPR or input line. Numbers are printed in the shortest\n"
+    "form that reads back: 100000, 0.0001, 1e+16, 1.5e-07, inf, nan.\n"
     "An error is printed as \"kalvos: MESSAGE\" and the next line goes on.\n\n";
 
 const char* const kExitHelp =
-    "\nExit status: 0 when everything evaluated, 1 when an expression failed,\n"
-    "2 for a wrong command line or a file that cannot be read.\n";
+    "\nExit status: 0 when everything evaluated, 1 when an expression failed or the output\n"
+    "could not be written, 2 for a wrong command line or a file that cannot be read. An\n"
+    "interactive session exits with 0 unless its input or output failed.\n";
 
 // A wrong command line: reported with a hint to --help, exit status 2.
 class UsageError : public std::runtime_error {
@@ -56,59 +63,90 @@ public:
 
 // What -D, -S and -f ask for, kept in their order: a -D may use the variables before it.
 struct Setup {
-    enum Kind { Number, Text, File } What;
-    std::string Name;
-    std::string Value;   // the expression, the text, or the file's contents
+    enum Kind { Line, Text, File } What;
+    std::string Name;    // the target of -S, the file's name
+    std::string Value;   // the -D line, the text, or the file's contents
     std::string Origin;  // appended to the messages of what it evaluates
 };
+
+// Two digits, as printf's precision field is usually given; far past a double's 17.
+constexpr int kMaxDecimals = 99;
 
 struct Options {
     bool AsBool = false;
     bool Help = false;
     bool Version = false;
+    bool Functions = false;
+    bool Vars = false;
     bool HasSeed = false;
+    bool StdinTaken = false;  // by -f -, so no session reads it again
     int Seed = 0;
+    int Decimals = -1;
     std::vector<Setup> Setups;
     std::vector<std::string> Exprs;
 };
 
-std::string ReadFile(const std::string& path) {
-    // A folder opens like a file on some systems and then reads as empty.
-    std::error_code ignored;
-    std::ifstream in(path, std::ios::binary);
-    if (!in || std::filesystem::is_directory(path, ignored)) {
-        throw FileError("cannot read '" + path + "'");
-    }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+std::string ReadAll(std::FILE* file, const std::string& name) {
+    std::string text;
+    char buffer[65536];
+    std::size_t count = 0;
+    while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, count);
+    if (std::ferror(file)) throw FileError("cannot read '" + name + "': " + std::strerror(errno));
+    return text;
 }
 
-Setup NumberSetup(const std::string& flag, const std::string& value) {
-    const cli::Line line = cli::ClassifyLine(value);
-    if (line.Kind != cli::LineKind::Assignment) {
+std::string ReadFile(const std::string& path, Options& options) {
+    if (path == "-") {
+        options.StdinTaken = true;
+        return ReadAll(stdin, "standard input");
+    }
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) throw FileError("cannot read '" + path + "': " + std::strerror(errno));
+    try {
+        std::string text = ReadAll(file, path);
+        std::fclose(file);
+        return text;
+    } catch (...) {
+        std::fclose(file);
+        throw;
+    }
+}
+
+Setup LineSetup(const std::string& flag, const std::string& value) {
+    const cli::LineKind kind = cli::ClassifyLine(value).Kind;
+    if (kind != cli::LineKind::Assignment && kind != cli::LineKind::TextAssignment) {
         throw UsageError(flag + " expects NAME=EXPR, not '" + value + "'");
     }
-    return {Setup::Number, std::string(line.Name), std::string(line.Body),
-            " (option " + flag + " " + value + ")"};
+    return {Setup::Line, "", value, " (option " + flag + " " + value + ")"};
 }
 
 Setup TextSetup(const std::string& flag, const std::string& value) {
-    const std::size_t equals = value.find('=');
-    const std::string_view name = cli::TrimBlanks(std::string_view(value).substr(0, equals));
-    if (equals == std::string::npos || !cli::IsName(name)) {
+    // The first "=" after the target's brackets ends it: x[a==1]=t is x[a==1] and t.
+    std::size_t equals = 0;
+    for (int depth = 0; equals < value.size(); ++equals) {
+        if (value[equals] == '[') ++depth;
+        if (value[equals] == ']') --depth;
+        if (value[equals] == '=' && depth <= 0) break;
+    }
+    const std::string_view target = cli::TrimBlanks(std::string_view(value).substr(0, equals));
+    cli::Target parts;
+    if (equals == value.size() || !cli::ReadTarget(target, parts)) {
         throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
     }
-    return {Setup::Text, std::string(name), value.substr(equals + 1), ""};
+    return {Setup::Text, std::string(target), value.substr(equals + 1),
+            " (option " + flag + " " + value + ")"};
 }
 
-int ParseSeed(const std::string& flag, const std::string& value) {
-    int seed = 0;
+int ParseInt(const std::string& flag, const std::string& value, int low, int high) {
+    int number = 0;
     const char* end = value.data() + value.size();
-    const auto result = std::from_chars(value.data(), end, seed);
-    if (value.empty() || result.ec != std::errc() || result.ptr != end) {
-        throw UsageError(flag + " expects a whole number from -2147483648 to 2147483647, not '" +
-                         value + "'");
+    const auto result = std::from_chars(value.data(), end, number);
+    if (value.empty() || result.ec != std::errc() || result.ptr != end || number < low ||
+        number > high) {
+        throw UsageError(flag + " expects a whole number from " + std::to_string(low) + " to " +
+                         std::to_string(high) + ", not '" + value + "'");
     }
-    return seed;
+    return number;
 }
 
 struct OptionSpec {
@@ -119,21 +157,27 @@ struct OptionSpec {
 };
 
 using S = const std::string&;
+constexpr int kIntMin = -2147483647 - 1;
+constexpr int kIntMax = 2147483647;
 constexpr OptionSpec kOptionSpecs[] = {
     {"-b", "--bool", false, [](Options& o, S, S) { o.AsBool = true; }},
     {"-h", "--help", false, [](Options& o, S, S) { o.Help = true; }},
     {"-V", "--version", false, [](Options& o, S, S) { o.Version = true; }},
-    {"-D", nullptr, true, [](Options& o, S f, S v) { o.Setups.push_back(NumberSetup(f, v)); }},
+    {nullptr, "--functions", false, [](Options& o, S, S) { o.Functions = true; }},
+    {nullptr, "--vars", false, [](Options& o, S, S) { o.Vars = true; }},
+    {"-D", nullptr, true, [](Options& o, S f, S v) { o.Setups.push_back(LineSetup(f, v)); }},
     {"-S", nullptr, true, [](Options& o, S f, S v) { o.Setups.push_back(TextSetup(f, v)); }},
     {"-f", nullptr, true,
      [](Options& o, S, S v) {
-         o.Setups.push_back({Setup::File, v, ReadFile(v), ""});
+         o.Setups.push_back({Setup::File, v, ReadFile(v, o), ""});
      }},
     {nullptr, "--seed", true,
      [](Options& o, S f, S v) {
-         o.Seed = ParseSeed(f, v);
+         o.Seed = ParseInt(f, v, kIntMin, kIntMax);
          o.HasSeed = true;
      }},
+    {nullptr, "--precision", true,
+     [](Options& o, S f, S v) { o.Decimals = ParseInt(f, v, 0, kMaxDecimals); }},
 };
 
 // Finds the option an argument names; `value` receives what is attached to it ("-Dx=1",
@@ -149,24 +193,32 @@ const OptionSpec& FindOption(const std::string& arg, std::string& flag, std::str
         const char* name = isLong ? option.Long : option.Short;
         if (name != nullptr && flag == name && (option.TakesValue || !attached)) return option;
     }
-    throw UsageError("unknown option '" + arg + "'");
+    // An expression such as -x + 1 looks like an option; say where it goes.
+    const std::string hint = isLong ? "" : " (an EXPR that begins with '-' goes after '--')";
+    throw UsageError("unknown option '" + arg + "'" + hint);
 }
 
-// Options come first; the first argument that is not one begins the expressions. "-" with
-// something other than a letter after it ("-1", "-(a)") is an expression, not an option.
+// "-" with something other than a letter after it ("-1", "-(a)") is an expression, not an
+// option; an expression that begins with "-" and a letter comes after "--".
 bool IsOption(const std::string& arg) {
     if (arg.size() < 2 || arg[0] != '-') return false;
     return arg[1] == '-' || std::isalpha(static_cast<unsigned char>(arg[1]));
 }
 
+// As GNU tools do, an option is an option wherever it stands until "--": "kalvos 'a+1' -D
+// a=2" defines a before anything is evaluated, and an unknown one stops the run.
 Options ParseOptions(int argc, char** argv) {
     Options options;
-    int i = 1;
-    for (; i < argc && IsOption(argv[i]); ++i) {
+    bool optionsEnded = false;
+    for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
+        if (optionsEnded || !IsOption(arg)) {
+            options.Exprs.push_back(arg);
+            continue;
+        }
         if (arg == "--") {
-            ++i;
-            break;
+            optionsEnded = true;
+            continue;
         }
         std::string flag;
         std::string value;
@@ -178,43 +230,84 @@ Options ParseOptions(int argc, char** argv) {
         }
         option.Apply(options, flag, value);
     }
-    options.Exprs.assign(argv + i, argv + argc);
     return options;
 }
 
 void RunSetup(cli::Session& session, const Setup& setup) {
     switch (setup.What) {
-        case Setup::Number:
-            session.DefineNumber(setup.Name, setup.Value, setup.Origin);
+        case Setup::Line:
+            session.RunLine(setup.Value, setup.Origin);
             break;
         case Setup::Text:
-            session.DefineText(setup.Name, setup.Value);
+            session.DefineText(setup.Name, setup.Value, setup.Origin);
             break;
         case Setup::File: {
             std::istringstream in(setup.Value);
-            session.RunStream(in, setup.Name + " ");
+            session.RunStream(in, setup.Name == "-" ? "" : setup.Name + " ");
             break;
         }
     }
 }
 
+// Evaluates what the command line and the input give; the exit status.
 int Run(const Options& options) {
     cli::Session session(std::cout, std::cerr, options.AsBool);
-    if (options.HasSeed) session.Seed(options.Seed);
+    if (options.HasSeed) {
+        session.Seed(options.Seed);
+    } else {
+        session.SeedRandomly();
+    }
+    session.SetDecimals(options.Decimals);
     for (const Setup& setup : options.Setups) {
         RunSetup(session, setup);
     }
     for (std::size_t i = 0; i < options.Exprs.size(); ++i) {
         session.RunLine(options.Exprs[i], " (argument " + std::to_string(i + 1) + ")");
     }
-    if (options.Exprs.empty()) {
-        if (isatty(STDIN_FILENO)) {
-            cli::RunInteractive(session);
-        } else {
-            session.RunStream(std::cin, "");
-        }
+    int readError = 0;
+    const bool readsInput = options.Exprs.empty() && !options.Vars && !options.StdinTaken;
+    if (readsInput && isatty(STDIN_FILENO)) {
+        readError = cli::RunInteractive(session);
+    } else if (readsInput) {
+        session.RunStream(std::cin, "");
+        if (std::cin.bad()) readError = errno != 0 ? errno : EIO;
     }
-    return session.AnyFailed() ? 1 : 0;
+    if (options.Vars) session.ListVars();
+    session.Flush();
+    if (session.OutputError() != 0) {
+        session.Report(std::string("cannot write the output: ") +
+                       std::strerror(session.OutputError()));
+        return 1;
+    }
+    if (readError != 0) {
+        session.Report(std::string("cannot read standard input: ") + std::strerror(readError));
+        return 1;
+    }
+    const bool interactive = readsInput && isatty(STDIN_FILENO);
+    return session.AnyFailed() && !interactive ? 1 : 0;
+}
+
+int Usage(const std::string& message, bool hint) {
+    std::cerr << "kalvos: " << cli::Printable(message) << '\n';
+    if (hint) std::cerr << "Try 'kalvos --help' for more information.\n";
+    return 2;
+}
+
+// Help, version and the function list: what prints without evaluating anything.
+int PrintInformation(const Options& options) {
+    if (options.Help) {
+        std::cout << kUsage << cli::kLineHelp << kOptionHelp << cli::kCommandHelp << kExitHelp;
+    } else if (options.Version) {
+        std::cout << "kalvos " KALVOS_VERSION "\n";
+    } else {
+        cli::Session::ListFunctions(std::cout);
+    }
+    errno = 0;
+    std::cout.flush();
+    if (std::cout) return 0;
+    std::cerr << "kalvos: cannot write the output: " << std::strerror(errno != 0 ? errno : EIO)
+              << '\n';
+    return 1;
 }
 
 }  // namespace
@@ -224,18 +317,10 @@ int main(int argc, char** argv) {
     try {
         options = ParseOptions(argc, argv);
     } catch (const UsageError& e) {
-        std::cerr << "kalvos: " << e.what() << "\nTry 'kalvos --help' for more information.\n";
-        return 2;
+        return Usage(e.what(), true);
     } catch (const FileError& e) {
-        std::cerr << "kalvos: " << e.what() << '\n';
-        return 2;
+        return Usage(e.what(), false);
     }
-    if (options.Help) {
-        std::cout << kUsage << cli::kLineHelp << kOptionHelp << cli::kCommandHelp << kExitHelp;
-    } else if (options.Version) {
-        std::cout << "kalvos " KALVOS_VERSION "\n";
-    } else {
-        return Run(options);
-    }
-    return 0;
+    if (options.Help || options.Version || options.Functions) return PrintInformation(options);
+    return Run(options);
 }

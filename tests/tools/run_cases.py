@@ -7,6 +7,7 @@ A case file has a header and sections:
     # What the case shows (comment lines start with #).
     args: -b "a > 1"        arguments, split as a POSIX shell would
     status: 1               expected exit status; 0 when left out
+    stdout-to: /dev/full    a file that standard output is written to instead of a pipe
     --- stdin
     lines given on standard input
     --- stdout
@@ -28,7 +29,7 @@ SECTIONS = ("stdin", "stdout", "stderr")
 
 
 def parse_case(path):
-    case = {"args": [], "status": 0, **{name: "" for name in SECTIONS}}
+    case = {"args": [], "status": 0, "stdout-to": None, **{name: "" for name in SECTIONS}}
     section = None
     with open(path, encoding="utf-8", newline="\n") as f:
         for line in f:
@@ -40,6 +41,8 @@ def parse_case(path):
                 case[section] += line
             elif line.startswith("args:"):
                 case["args"] = shlex.split(line[5:])
+            elif line.startswith("stdout-to:"):
+                case["stdout-to"] = line[10:].strip()
             elif line.startswith("status:"):
                 case["status"] = int(line[7:])
             elif line.strip() and not line.startswith("#"):
@@ -49,8 +52,15 @@ def parse_case(path):
 
 def run_case(binary, cases_dir, case):
     env = dict(os.environ, LC_ALL="C")
-    return subprocess.run([binary, *case["args"]], input=case["stdin"], capture_output=True,
-                          text=True, cwd=cases_dir, env=env, timeout=30)
+    if case["stdout-to"] is None:
+        return subprocess.run([binary, *case["args"]], input=case["stdin"], capture_output=True,
+                              text=True, cwd=cases_dir, env=env, timeout=30)
+    with open(case["stdout-to"], "w") as out:
+        result = subprocess.run([binary, *case["args"]], input=case["stdin"], stdout=out,
+                                stderr=subprocess.PIPE, text=True, cwd=cases_dir, env=env,
+                                timeout=30)
+    result.stdout = ""
+    return result
 
 
 def compare(name, case, result):
