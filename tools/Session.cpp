@@ -71,12 +71,7 @@ std::string Evaluator::TargetName(const Target& target, std::string_view text,
         const bool fits = value > -2147483649.0 && value < 2147483648.0;
         const int number = fits ? static_cast<int>(value) : -1;
         if (number < 0) {
-            RunExceptioon("Kalvos", __LINE__, ClassName, "ComputExpr",
-                          fun::PrintStr("Evaluating [%s]: The result of brackets [%s] is less "
-                                        "than zero.",
-                                        WithoutBlanks(text).c_str(), indexText.c_str()) +
-                              origin,
-                          "");
+            Raise<MessageId::NegativeIndex>(__LINE__, origin, WithoutBlanks(text), indexText);
         }
         name += std::to_string(number);
     }
