@@ -1,8 +1,11 @@
 // Fuzz target for the three entry points. The first byte chooses what is exercised, the rest
 // is the text:
-//   byte % 3 == 0: ComputeExpr;
-//   byte % 3 == 1: ComputeExprBool, checked against ComputeExpr;
-//   byte % 3 == 2: ComputeExprStr, checked against a direct rescanning expansion.
+//   byte % 4 == 0: ComputeExpr;
+//   byte % 4 == 1: ComputeExprBool, checked against ComputeExpr;
+//   byte % 4 == 2: ComputeExprStr, checked against a direct rescanning expansion;
+//   byte % 4 == 3: compiled evaluation, checked against the plain one (Differential.h). The
+//                  second byte steers it: bit 0 evaluates as a condition, bits 1-2 give the
+//                  evaluations beyond two, and the whole byte seeds the store changes.
 // Anything other than a value or a JException is a finding, and so is a broken invariant:
 // the target aborts with a description on stderr, which libFuzzer reports as a crash.
 //
@@ -19,6 +22,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Differential.h"
 #include "evaluator/Kalvos.h"
 #include "support/Functions.h"
 #include "support/JObject.h"
@@ -220,11 +224,26 @@ void FuzzStr(Kalvos& k, const std::string& text) {
     }
 }
 
+// The text evaluated without a cache, from a warm cache and through a handle, repeatedly and
+// with the store changing in between; any difference is a finding.
+void FuzzCompiled(std::uint8_t control, const std::string& text) {
+    diff::Differential d(control);
+    const std::string difference =
+        d.Run(text, " [fuzz %s%%]", (control & 1) != 0, 2 + ((control >> 1) & 3), control);
+    if (!difference.empty()) Fail("compiled evaluation differs", text, difference);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
-    const unsigned int mode = data[0] % 3;
+    const unsigned int mode = data[0] % 4;
+    if (mode == 3) {
+        if (size >= 2) {
+            FuzzCompiled(data[1], std::string(reinterpret_cast<const char*>(data) + 2, size - 2));
+        }
+        return 0;
+    }
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     Kalvos k;
     FillStore(k.GetVars());
