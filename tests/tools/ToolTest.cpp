@@ -65,13 +65,6 @@ TEST(FormatNumber, ReadsBackThroughTheNumberReader) {
     }
 }
 
-TEST(FormatFixed, GivesTheDigitsAskedFor) {
-    EXPECT_EQ(cli::FormatFixed(3.14159, 2), "3.14");
-    EXPECT_EQ(cli::FormatFixed(2, 0), "2");
-    EXPECT_EQ(cli::FormatFixed(1e20, 1), "100000000000000000000.0");
-    EXPECT_EQ(cli::FormatFixed(-std::nan(""), 3), "nan");
-}
-
 TEST(Printable, EscapesControlsAndBrokenUtf8) {
     const struct {
         std::string Text;
