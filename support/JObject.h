@@ -43,10 +43,11 @@ public:
 
     /// Throws a JException carrying the six arguments; never returns. Always inlined, so that
     /// the throw happens in the frame that raises: a failure unwinds as few frames as it can.
+    [[noreturn]]
 #if defined(__GNUC__)
     __attribute__((always_inline))
 #endif
-    [[noreturn]] void
+    void
     RunExceptioon(const std::string& srcFile, int srcLine, const std::string& className,
                   const std::string& method, const std::string& text,
                   const std::string& file) const {
