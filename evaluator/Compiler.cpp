@@ -88,6 +88,11 @@ void Kalvos::CompileLevels() {
                 Fail(MessageId::NestingTooDeep, __LINE__, w.Request[0], w.Request[1]);
                 break;
             }
+            Operand single{};
+            if (depth > 0 && ReadSingleToken(w.Request[0], w.Request[1], single)) {
+                Deliver(w.Frames.back(), single);
+                continue;
+            }
             Frame level{};
             level.Begin = level.Pos = w.Request[0];
             level.End = w.Request[1];
@@ -114,6 +119,21 @@ void Kalvos::OpenLevel(std::uint32_t begin, std::uint32_t end, std::uint32_t dep
     Work.Request[1] = end;
     Work.Request[2] = depth;
     Work.Requested = true;
+}
+
+// A level that is one name or one number, as most parameters and indices are, has that value:
+// reading it as a level of its own would give the same, at the cost of a frame.
+bool Kalvos::ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& value) {
+    const std::string_view text(Work.Text.data() + begin, end - begin);
+    if (text.empty()) return false;
+    if (KalvosVars::FirstCharValid(text[0])) {
+        if (ScanName(text) != text.size()) return false;
+        value = LinkVariable(begin, end, text);
+        return true;
+    }
+    value = Operand{};
+    value.Constant = true;
+    return text[0] >= '0' && text[0] <= '9' && ScanNumber(text, value.Value) == text.size();
 }
 
 // The value of the level just read goes to the construct its frame was waiting for.
@@ -173,7 +193,7 @@ void Kalvos::FinishVariable(Frame& frame) {
         for (auto index = first; index != w.Operands.end(); ++index) {
             name += std::to_string(TruncToInt(index->Value));
         }
-        value = LinkVariable(frame, name);
+        value = LinkVariable(frame.Begin, frame.End, name);
     } else {
         const std::uint32_t aux = Size32(w.Aux.size());
         w.Aux.push_back(frame.NameBegin);
@@ -258,7 +278,8 @@ void Kalvos::FinishCall(Frame& frame) {
 // has changed before a run, so that the run only copies its value; the first one that does
 // not resolve raises where it is read. A name the text spells is kept as a range of the text,
 // one built from constant indices after the text, in Names.
-Kalvos::Operand Kalvos::LinkVariable(const Frame& frame, std::string_view name) {
+Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd,
+                                     std::string_view name) {
     Builder& w = Work;
     Link link{};
     const auto offset = static_cast<std::size_t>(name.data() - w.Text.data());
@@ -269,8 +290,8 @@ Kalvos::Operand Kalvos::LinkVariable(const Frame& frame, std::string_view name) 
         w.Names.append(name);
     }
     link.NameLength = Size32(name.size());
-    link.LevelBegin = frame.Begin;
-    link.LevelLength = frame.End - frame.Begin;
+    link.LevelBegin = levelBegin;
+    link.LevelLength = levelEnd - levelBegin;
     link.Slot = NewTemporary();
     link.Pc = Size32(w.Instrs.size());
     link.Line = __LINE__;
@@ -298,16 +319,29 @@ void Kalvos::Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t en
 }
 
 // The closing delimiter of the span that opens at `open`, within the frame's text; a span
-// that does not close there raises with the text from its opening to the frame's end.
+// that does not close there raises with the text from its opening to the frame's end. A short
+// span is found by counting; beyond kShortSpan characters the spans of the whole text are
+// matched once, so that a deeply nested text is read in linear time.
 std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing,
                                 int line) {
+    constexpr std::uint32_t kShortSpan = 64;
     Builder& w = Work;
-    if (!w.Matched) {
-        MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
-        w.Matched = true;
+    const char opening = w.Text[open];
+    const char closing = opening == '(' ? ')' : ']';
+    const std::uint32_t shortEnd = std::min(frame.End, open + kShortSpan);
+    std::uint32_t depth = 1;
+    for (std::uint32_t pos = open + 1; pos < shortEnd; ++pos) {
+        if (w.Text[pos] == opening) ++depth;
+        if (w.Text[pos] == closing && --depth == 0) return pos;
     }
-    const std::uint32_t close = w.Match[open];
-    if (close != kNone && close < frame.End) return close;
+    if (shortEnd < frame.End) {
+        if (!w.Matched) {
+            MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
+            w.Matched = true;
+        }
+        const std::uint32_t close = w.Match[open];
+        if (close != kNone && close < frame.End) return close;
+    }
     Fail(missing, line, open, frame.End);
     return open;
 }

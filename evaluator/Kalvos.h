@@ -311,17 +311,16 @@ private:
     enum class Mode { Entry, Expr, Func };
     enum class Wait : std::uint8_t { None, Group, Index, Param };
 
-    /// A number element of a level while compiling: a constant, or a slot.
+    /// An element of a level while compiling: an operator, or a number that is a constant or
+    /// a slot. Sixteen bytes, since the passes move elements about.
     struct Operand {
         double Value;
         std::uint32_t Slot;
         bool Constant;
         bool Temporary;
+        std::uint8_t Oper = OP_None;  // a TpOper; OP_None for a number
     };
-    struct Element {
-        Operand Num;
-        TpOper Oper;  // OP_None for a number
-    };
+    using Element = Operand;
 
     /// One level of the text being compiled, and what it waits for from the level above it.
     struct Frame {
@@ -374,8 +373,9 @@ private:
     void OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameEnd,
                   std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume);
     void FinishCall(Frame& frame);
-    void PushNumber(const Operand& value) { Work.Elems.push_back({value, OP_None}); }
-    Operand LinkVariable(const Frame& frame, std::string_view name);
+    void PushNumber(const Operand& value) { Work.Elems.push_back(value); }
+    Operand LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd, std::string_view name);
+    bool ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& value);
     std::uint32_t SlotOf(const Operand& operand) {
         if (!operand.Constant) return operand.Slot;
         Work.Slots.push_back(operand.Value);

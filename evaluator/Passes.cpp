@@ -22,7 +22,7 @@ Kalvos::Operand Kalvos::ReduceLevel(Frame& frame) {
         Fail(MessageId::ExpressionInvalid, __LINE__, frame.Begin, frame.End);
         return {};
     }
-    return list[0].Num;
+    return list[0];
 }
 
 // Reducing the leftmost applicable prefix operator again and again applies every chain from
@@ -38,8 +38,7 @@ void Kalvos::ApplyPrefixOperators(Element* list, std::uint32_t& count) {
         const bool isPrefix = element.Oper == OP_Not ||
                               (element.Oper == OP_Sub && (in == 0 || list[in - 1].Oper != OP_None));
         if (element.Oper != OP_None && numberFollows && isPrefix) {
-            list[out].Num =
-                Combine(element.Oper == OP_Not ? OP_Not : OP_None, list[out].Num, list[out].Num);
+            list[out] = Combine(element.Oper == OP_Not ? OP_Not : OP_None, list[out], list[out]);
         } else {
             list[--out] = element;
         }
@@ -58,24 +57,25 @@ bool Kalvos::ApplyInfixOperators(std::uint32_t pass, const Frame& frame, Element
     std::uint32_t out = 0;  // list[0, out) is the reduced head
     for (std::uint32_t in = 0; in < count; ++in) {
         const Element element = list[in];
-        const bool applies = element.Oper != OP_None && OperatorPass(element.Oper) == pass &&
-                             out > 0 && list[out - 1].Oper == OP_None && in + 1 < count &&
+        const bool applies = element.Oper != OP_None &&
+                             OperatorPass(static_cast<TpOper>(element.Oper)) == pass && out > 0 &&
+                             list[out - 1].Oper == OP_None && in + 1 < count &&
                              list[in + 1].Oper == OP_None;
         if (!applies) {
             list[out++] = element;
             continue;
         }
-        const Operand& b = list[in + 1].Num;
+        const Operand& b = list[in + 1];
         if (element.Oper == OP_Div) {
             if (b.Constant && b.Value == 0.0) {
                 Fail(MessageId::DivisionByZero, __LINE__, frame.Begin, frame.End);
                 return false;
             }
-            if (!b.Constant || !list[out - 1].Num.Constant) {
+            if (!b.Constant || !list[out - 1].Constant) {
                 AddSite(MessageId::DivisionByZero, __LINE__, frame.Begin, frame.End);
             }
         }
-        list[out - 1].Num = Combine(element.Oper, list[out - 1].Num, b);
+        list[out - 1] = Combine(static_cast<TpOper>(element.Oper), list[out - 1], b);
         ++in;
     }
     count = out;

@@ -45,7 +45,8 @@ bool Kalvos::ScanLevel(Frame& frame) {
                 if (nameEnd < frame.End && w.Text[nameEnd] == '[') {
                     OpenIndex(frame);
                 } else {
-                    PushNumber(LinkVariable(frame, rest.substr(0, nameEnd - frame.NameBegin)));
+                    PushNumber(LinkVariable(frame.Begin, frame.End,
+                                            rest.substr(0, nameEnd - frame.NameBegin)));
                 }
             }
             if (w.Done || frame.Waiting != Wait::None) return false;
@@ -91,5 +92,5 @@ void Kalvos::ScanOperator(Frame& frame) {
     if (prefix) frame.PassesUsed |= 1u;
     const unsigned int pass = OperatorPass(oper);
     if (pass < kPasses) frame.PassesUsed |= 1u << pass;
-    w.Elems.push_back({{0.0, 0, false, false}, oper});
+    w.Elems.push_back({0.0, 0, false, false, static_cast<std::uint8_t>(oper)});
 }
