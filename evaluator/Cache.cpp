@@ -51,6 +51,7 @@ bool Kalvos::Cacheable(std::string_view raw) const {
 
 void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
     ClearCache();
+    Current = ProgramRef();
     CacheMaxEntries = entries;
     CacheMaxBytes = bytes;
     CacheSlots.clear();

@@ -5,19 +5,20 @@
 // Every numeric evaluation is a run of compiled code: the program of a known text is taken
 // from the cache, a new text is compiled first.
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
-    // A known text is usually the one of the last call: compared, not copied.
-    if (ExprText != expr) ExprText = expr;
-    TextsFrom = nullptr;
     if (ErrorText != errortext) ErrorText = errortext;
+    // A known text is usually the one of the last call: compared, neither copied nor looked up.
+    if (Current.Get() != nullptr && ExprText == expr) return Execute(Current.Get()->Body);
+    ExprText = expr;
+    Current = ProgramRef();
     if (!Cacheable(ExprText)) {
         Compile(ExprText, Mode::Entry);
         Code code = BuiltCode();
         return Execute(code);
     }
     const std::uint64_t hash = HashText(ExprText);
-    if (Program* program = FindCached(ExprText, hash)) return Execute(program->Body);
-    const ProgramRef program = CompileKept(ExprText, hash);
-    return Execute(program.Get()->Body);
+    Program* cached = FindCached(ExprText, hash);
+    Current = cached != nullptr ? ProgramRef::Share(cached) : CompileKept(ExprText, hash);
+    return Execute(Current.Get()->Body);
 }
 
 // The four literals are answered without evaluating, and without touching ExprText and
@@ -62,11 +63,10 @@ double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
         Raise<MessageId::ForeignCompiled>(__LINE__, compiled.ErrorText, compiled.ExprText);
     }
     // A host that computes one handle again and again finds its texts in place already.
-    Program* program = compiled.Prog.Get();
-    if (TextsFrom != program) {
+    if (Current.Get() != compiled.Prog.Get()) {
         ExprText = compiled.ExprText;
-        TextsFrom = program;
+        Current = compiled.Prog;
     }
     if (ErrorText != compiled.ErrorText) ErrorText = compiled.ErrorText;
-    return Execute(program->Body);
+    return Execute(Current.Get()->Body);
 }

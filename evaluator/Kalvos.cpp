@@ -45,7 +45,7 @@ void Kalvos::Reset() {
     Vars->Reset();
     RandGen->RandomInit(ClockSeed());
     ExprText.clear();
-    TextsFrom = nullptr;
+    Current = ProgramRef();
     ErrorText.clear();
     ClearCache();
     Serial = NextSerial();

@@ -504,8 +504,8 @@ private:
     std::size_t CacheBytes = 0;
     std::size_t CacheMaxEntries = kDefaultCacheEntries;
     std::size_t CacheMaxBytes = kDefaultCacheBytes;
-    std::string NameBuf;                 // the name of an indexed variable, built at run time
-    const Program* TextsFrom = nullptr;  // the program whose text ExprText holds, if any
-    MessageReport Report;                // the failure of the last run that failed
+    std::string NameBuf;   // the name of an indexed variable, built at run time
+    ProgramRef Current;    // the program of the text ExprText holds, when it has one that is kept
+    MessageReport Report;  // the failure of the last run that failed
     std::uint64_t Serial = 0;
 };

@@ -60,14 +60,28 @@ double Kalvos::Run(Code& code, Fault& fault) {
                 v[in.Dst] = v[in.A] - v[in.B];
                 break;
             case Op::Eq:
+                v[in.Dst] = v[in.A] == v[in.B] ? 1.0 : 0.0;
+                break;
             case Op::Neq:
+                v[in.Dst] = v[in.A] == v[in.B] ? 0.0 : 1.0;
+                break;
             case Op::Lt:
+                v[in.Dst] = v[in.A] < v[in.B] ? 1.0 : 0.0;
+                break;
             case Op::Gt:
+                v[in.Dst] = v[in.A] > v[in.B] ? 1.0 : 0.0;
+                break;
             case Op::Le:
+                v[in.Dst] = v[in.A] <= v[in.B] ? 1.0 : 0.0;
+                break;
             case Op::Ge:
+                v[in.Dst] = v[in.A] >= v[in.B] ? 1.0 : 0.0;
+                break;
             case Op::And:
+                v[in.Dst] = v[in.A] != 0.0 && v[in.B] != 0.0 ? 1.0 : 0.0;
+                break;
             case Op::Or:
-                v[in.Dst] = ApplyOperator(static_cast<TpOper>(in.Code), v[in.A], v[in.B]);
+                v[in.Dst] = v[in.A] == 0.0 && v[in.B] == 0.0 ? 0.0 : 1.0;
                 break;
             case Op::Call:
                 v[in.Dst] = CallAt(code, pc, v);

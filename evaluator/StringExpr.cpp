@@ -17,7 +17,7 @@ constexpr std::uint32_t kClosedFlag = 0x80000000u;
 
 std::string Kalvos::ComputeExprStr(std::string text, const std::string& errortext) {
     ExprText = text;
-    TextsFrom = nullptr;
+    Current = ProgramRef();
     ErrorText = errortext;
     if (!text.empty() && text[0] == '$') text.erase(0, 1);
     return ComputExprStr(std::move(text));
