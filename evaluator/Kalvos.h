@@ -219,8 +219,8 @@ private:
         std::uint32_t B;
     };
 
-    /// What an instruction that may raise needs for its message: texts are ranges of the
-    /// program's working text, or of its names for a variable.
+    /// What an instruction that may raise needs for its message: its texts are ranges of the
+    /// program's working text.
     struct Site {
         std::uint32_t Pc;
         MessageId Id;
@@ -239,7 +239,7 @@ private:
         std::uint32_t Slot;
         std::uint32_t Pc;  // where the run first reaches it
         int Line;
-        MessageId Fault;  // ExpressionInvalid while it resolves to a number
+        MessageId Fault;  // MessageId::Count while it resolves to a number
     };
 
     /// The arrays of one compiled text, wherever they are kept.
@@ -273,6 +273,7 @@ private:
         ProgramRef() = default;
         explicit ProgramRef(Program* program) : Ptr(program) {}
         ProgramRef(const ProgramRef& other);
+        ProgramRef(ProgramRef&& other) noexcept : Ptr(other.Release()) {}
         ProgramRef& operator=(ProgramRef other) noexcept;
         ~ProgramRef();
         /// A new reference to a program that another reference keeps.
