@@ -71,9 +71,10 @@ void Kalvos::CompileEntry(std::string_view raw) {
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
     if (!text.empty() && text[0] == '#') text.erase(0, 1);
     if (text.empty()) return Fail(MessageId::ExpressionEmpty, __LINE__, 0, 0);
-    const std::uint32_t length = Size32(text.size());
-    if (!ParenthesesBalance(text)) return Fail(MessageId::ParenthesesWrong, __LINE__, 0, length);
-    OpenLevel(0, length, 0);
+    if (!ParenthesesBalance(text)) {
+        return Fail(MessageId::ParenthesesWrong, __LINE__, 0, Size32(text.size()));
+    }
+    OpenLevel(0, Size32(text.size()), 0);
 }
 
 // Reads the levels as the reducer would recurse into them, with the levels on a stack of its
@@ -128,7 +129,7 @@ bool Kalvos::ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& va
     if (text.empty()) return false;
     if (KalvosVars::FirstCharValid(text[0])) {
         if (ScanName(text) != text.size()) return false;
-        value = LinkVariable(begin, end, text);
+        value = LinkVariable(begin, end, begin, text);
         return true;
     }
     value = Operand{};
@@ -193,7 +194,7 @@ void Kalvos::FinishVariable(Frame& frame) {
         for (auto index = first; index != w.Operands.end(); ++index) {
             name += std::to_string(TruncToInt(index->Value));
         }
-        value = LinkVariable(frame.Begin, frame.End, name);
+        value = LinkVariable(frame.Begin, frame.End, kNone, name);
     } else {
         const std::uint32_t aux = Size32(w.Aux.size());
         w.Aux.push_back(frame.NameBegin);
@@ -276,30 +277,29 @@ void Kalvos::FinishCall(Frame& frame) {
 
 // A variable named by the text: resolved against the store now and again whenever the store
 // has changed before a run, so that the run only copies its value; the first one that does
-// not resolve raises where it is read. A name the text spells is kept as a range of the text,
-// one built from constant indices after the text, in Names.
+// not resolve raises where it is read. A name the text spells is kept as a range of the text
+// (from nameBegin); one built from constant indices (nameBegin kNone) after the text, in Names.
 Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd,
-                                     std::string_view name) {
+                                     std::uint32_t nameBegin, std::string_view name) {
     Builder& w = Work;
-    Link link{};
-    const auto offset = static_cast<std::size_t>(name.data() - w.Text.data());
-    if (offset < w.Text.size()) {
-        link.NameBegin = Size32(offset);
-    } else {
-        link.NameBegin = Size32(w.Text.size() + w.Names.size());
+    if (nameBegin == kNone) {
+        nameBegin = Size32(w.Text.size() + w.Names.size());
         w.Names.append(name);
     }
+    const std::uint32_t slot = NewTemporary();
+    Link& link = w.Links.emplace_back();
+    link.NameBegin = nameBegin;
     link.NameLength = Size32(name.size());
     link.LevelBegin = levelBegin;
     link.LevelLength = levelEnd - levelBegin;
-    link.Slot = NewTemporary();
+    link.Slot = slot;
     link.Pc = Size32(w.Instrs.size());
     link.Line = __LINE__;
     Resolve(link, name);
-    if (link.Fault != MessageId::Count && w.FirstFault == kNone)
-        w.FirstFault = Size32(w.Links.size());
-    w.Links.push_back(link);
-    return {0.0, link.Slot, false, false};
+    if (link.Fault != MessageId::Count && w.FirstFault == kNone) {
+        w.FirstFault = Size32(w.Links.size() - 1);
+    }
+    return {0.0, slot, false, false};
 }
 
 // The site of the instruction emitted next.

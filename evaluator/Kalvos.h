@@ -375,7 +375,8 @@ private:
                   std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume);
     void FinishCall(Frame& frame);
     void PushNumber(const Operand& value) { Work.Elems.push_back(value); }
-    Operand LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd, std::string_view name);
+    Operand LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd, std::uint32_t nameBegin,
+                         std::string_view name);
     bool ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& value);
     std::uint32_t SlotOf(const Operand& operand) {
         if (!operand.Constant) return operand.Slot;

@@ -45,7 +45,7 @@ bool Kalvos::ScanLevel(Frame& frame) {
                 if (nameEnd < frame.End && w.Text[nameEnd] == '[') {
                     OpenIndex(frame);
                 } else {
-                    PushNumber(LinkVariable(frame.Begin, frame.End,
+                    PushNumber(LinkVariable(frame.Begin, frame.End, frame.NameBegin,
                                             rest.substr(0, nameEnd - frame.NameBegin)));
                 }
             }
