@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "evaluator/Kalvos.h"
@@ -12,6 +13,7 @@ std::uint64_t Mix(std::uint64_t hash, std::uint64_t word) {
 
 }  // namespace
 
+// Never 0, which stands for no hash.
 std::uint64_t Kalvos::HashText(std::string_view text) {
     std::uint64_t hash = Mix(0, text.size());
     std::size_t pos = 0;
@@ -22,7 +24,8 @@ std::uint64_t Kalvos::HashText(std::string_view text) {
     }
     std::uint64_t tail = 0;
     if (pos < text.size()) std::memcpy(&tail, text.data() + pos, text.size() - pos);
-    return Mix(hash, tail);
+    hash = Mix(hash, tail);
+    return hash != 0 ? hash : 1;
 }
 
 Kalvos::ProgramRef::ProgramRef(const ProgramRef& other) : Ptr(other.Ptr) {
@@ -56,6 +59,22 @@ void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
     CacheMaxBytes = bytes;
     CacheSlots.clear();
     CacheOrder.clear();
+    Seen.clear();
+}
+
+// A text is kept from its second sight on: the hashes of texts seen lately, one a slot, the
+// newest in its slot winning. A hash met again is (but for a 64-bit collision, which only
+// keeps a text early) a text met again.
+bool Kalvos::SeenBefore(std::uint64_t hash) {
+    if (Seen.empty()) {
+        std::size_t size = 2;
+        while (size < 2 * CacheMaxEntries) size *= 2;
+        Seen.assign(size, 0);
+    }
+    std::uint64_t& slot = Seen[hash & (Seen.size() - 1)];
+    const bool seen = slot == hash;
+    slot = hash;
+    return seen;
 }
 
 std::size_t Kalvos::GetCacheCount() const { return CacheCount; }
@@ -136,4 +155,5 @@ void Kalvos::EvictOldest() {
 void Kalvos::ClearCache() {
     while (CacheCount > 0) EvictOldest();
     CacheOldest = 0;
+    std::fill(Seen.begin(), Seen.end(), 0);
 }

@@ -10,14 +10,18 @@ double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (Current.Get() != nullptr && ExprText == expr) return Execute(Current.Get()->Body);
     ExprText = expr;
     Current = ProgramRef();
-    if (!Cacheable(ExprText)) {
+    const std::uint64_t hash = Cacheable(ExprText) ? HashText(ExprText) : 0;
+    Program* cached = hash != 0 ? FindCached(ExprText, hash) : nullptr;
+    if (cached != nullptr) {
+        Current = ProgramRef::Share(cached);
+    } else if (hash != 0 && SeenBefore(hash)) {
+        Current = CompileKept(ExprText, hash);
+    } else {
+        // A text read once, as a file of formulas is, costs no more than with the cache off.
         Compile(ExprText, Mode::Entry);
         Code code = BuiltCode();
         return Execute(code);
     }
-    const std::uint64_t hash = HashText(ExprText);
-    Program* cached = FindCached(ExprText, hash);
-    Current = cached != nullptr ? ProgramRef::Share(cached) : CompileKept(ExprText, hash);
     return Execute(Current.Get()->Body);
 }
 

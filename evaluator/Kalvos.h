@@ -93,10 +93,12 @@ public:
     /// "ComputeCompiled") for a handle of another object, or one made before the last Reset.
     double ComputeCompiled(const CompiledExpr& compiled);
 
-    /// The object keeps the programs of the texts it has evaluated, keyed by the text exactly
-    /// as given, up to `entries` programs and `bytes` bytes in all (defaults:
-    /// kDefaultCacheEntries and kDefaultCacheBytes); texts longer than kMaxCachedTextLength
-    /// are never kept. 0 entries turns the cache off. Reset empties it.
+    /// The object keeps the programs of the texts it has evaluated more than once, keyed by
+    /// the text exactly as given, up to `entries` programs and `bytes` bytes in all (defaults:
+    /// kDefaultCacheEntries and kDefaultCacheBytes; the oldest leave first), and the program of
+    /// its last text. A text met for the first time is compiled and run as with the cache off;
+    /// texts longer than kMaxCachedTextLength are never kept. 0 entries turns the cache off.
+    /// Reset empties it.
     void SetCacheLimits(std::size_t entries, std::size_t bytes);
     std::size_t GetCacheCount() const;
     std::size_t GetCacheBytes() const;
@@ -445,6 +447,7 @@ private:
     static std::uint64_t HashText(std::string_view text);
     bool Cacheable(std::string_view raw) const;
     ProgramRef CompileKept(std::string_view raw, std::uint64_t hash);
+    bool SeenBefore(std::uint64_t hash);
     Program* FindCached(std::string_view raw, std::uint64_t hash) const;
     void Insert(const ProgramRef& program);
     void EvictOldest();
@@ -501,6 +504,7 @@ private:
     // same programs in the order they came, the oldest first out.
     std::vector<Program*> CacheSlots;
     std::vector<Program*> CacheOrder;
+    std::vector<std::uint64_t> Seen;  // see SeenBefore
     std::size_t CacheOldest = 0;
     std::size_t CacheCount = 0;
     std::size_t CacheBytes = 0;
