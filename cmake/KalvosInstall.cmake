@@ -18,6 +18,8 @@ install(FILES evaluator/Kalvos.h
 install(FILES support/Functions.h support/JObject.h support/KalvosVars.h support/Messages.h
               support/RandomMersenne.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/support COMPONENT Kalvos_Development)
+install(FILES capi/kalvos_c.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/capi COMPONENT Kalvos_Development)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kalvos_include/kalvos_export.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos COMPONENT Kalvos_Development)
 
