@@ -18,8 +18,21 @@ install(FILES evaluator/Kalvos.h
 install(FILES support/Functions.h support/JObject.h support/KalvosVars.h support/Messages.h
               support/RandomMersenne.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/support COMPONENT Kalvos_Development)
+install(FILES capi/kalvos_c.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/capi COMPONENT Kalvos_Development)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kalvos_include/kalvos_export.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos COMPONENT Kalvos_Development)
+
+if(TARGET kalvos_fortran)
+  install(TARGETS kalvos_fortran EXPORT KalvosTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Kalvos_Development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Kalvos_Runtime
+            NAMELINK_COMPONENT Kalvos_Development
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Kalvos_Runtime)
+  # The .mod file is this compiler's; the source is there for any other.
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/fortran/mod/kalvos.mod fortran/kalvos.f90
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalvos/fortran COMPONENT Kalvos_Development)
+endif()
 
 install(EXPORT KalvosTargets
   NAMESPACE Kalvos::

@@ -12,9 +12,11 @@ The exit status is checked too: a command whose expected output has a line start
 "kalvos: " (an error) must exit with 1, any other with 0; a command that shows its status
 itself (it contains "$?") is judged by its output alone.
 
-A ```cpp block preceded by the line "<!-- checked: PATH -->" must be identical to the part
-of the file PATH (relative to the source tree) between the lines "// [embedding]" and
-"// [embedding-end]"; the packaging tests compile and run that file.
+A code block (```cpp, ```c, ```fortran, ```python) preceded by the line
+"<!-- checked: PATH -->" must be identical to the part of the file PATH (relative to the
+source tree) between the lines "[embedding]" and "[embedding-end]", each behind the
+language's comment mark (//, ! or #); the packaging tests and the docs tests compile and run
+those files.
 
 Usage: check_docs.py --kalvos TOOL --source-dir DIR FILE.md...
 """
@@ -105,12 +107,12 @@ def run_example(example, workdir, env):
 def embedded_part(path):
     with open(path, encoding="utf-8") as source:
         lines = source.read().splitlines()
-    try:
-        begin = lines.index("// [embedding]")
-        end = lines.index("// [embedding-end]")
-    except ValueError:
-        raise SystemExit(f"{path}: no // [embedding] ... // [embedding-end] part")
-    return lines[begin + 1:end]
+    for mark in ("//", "!", "#"):
+        if f"{mark} [embedding]" in lines and f"{mark} [embedding-end]" in lines:
+            begin = lines.index(f"{mark} [embedding]")
+            end = lines.index(f"{mark} [embedding-end]")
+            return lines[begin + 1:end]
+    raise SystemExit(f"{path}: no [embedding] ... [embedding-end] part")
 
 
 def main():
@@ -136,7 +138,7 @@ def main():
             os.mkdir(workdir)
             for info, first, body, before in fenced_blocks(path, lines):
                 checked = re.match(r"^<!-- checked: (\S+) -->$", before)
-                if info == "cpp" and checked:
+                if checked:
                     count += 1
                     source = os.path.join(args.source_dir, checked.group(1))
                     if body != embedded_part(source):

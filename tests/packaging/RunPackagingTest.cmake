@@ -3,6 +3,7 @@
 #   SHARED       ON for a shared libkalvos, OFF for a static one
 #   SOURCE_DIR   the Kalvos source tree
 #   WORK_DIR     a scratch directory, emptied first
+#   C_COMPILER   compiles the C consumer with pkg-config (install case)
 #   CXX_COMPILER, GENERATOR, MAKE_PROGRAM   passed through to every nested build
 #   TOOLS        ON to build and install the kalvos tool too (install case)
 #
@@ -68,6 +69,7 @@ run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
 # The installed tree.
 set(expected_files
   include/kalvos/kalvos_export.h
+  include/kalvos/capi/kalvos_c.h
   include/kalvos/evaluator/Kalvos.h
   include/kalvos/support/Functions.h
   include/kalvos/support/JObject.h
@@ -120,6 +122,7 @@ if(SHARED AND NM AND CMAKE_HOST_UNIX AND NOT CMAKE_HOST_APPLE)
       set(found_api ON)
     endif()
     if(symbol STREQUAL "" OR symbol MATCHES "^${public}::" OR symbol MATCHES "^fun::"
+       OR symbol MATCHES "^kalvos_[a-z_]+$"
        OR symbol MATCHES "^(typeinfo|typeinfo name|vtable) for ${public}$"
        OR symbol MATCHES "std::|__gnu_cxx::")
       continue()
@@ -155,6 +158,15 @@ if(PKG_CONFIG)
   run(${CXX_COMPILER} -std=c++17 ${pc_cflags} ${consumer_dir}/main.cpp
       -o ${WORK_DIR}/consumer-pkgconfig ${pc_libs})
   check_consumer(${WORK_DIR}/consumer-pkgconfig LD_LIBRARY_PATH=${prefix}/lib)
+  # A C program: --static adds the C++ runtime that a static library needs.
+  if(C_COMPILER)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env ${pc_env} ${PKG_CONFIG} --libs --static kalvos
+      RESULT_VARIABLE rc OUTPUT_VARIABLE pc_static OUTPUT_STRIP_TRAILING_WHITESPACE)
+    separate_arguments(pc_static UNIX_COMMAND "${pc_static}")
+    run(${C_COMPILER} -std=c99 ${pc_cflags} ${consumer_dir}/main.c
+        -o ${WORK_DIR}/consumer-c ${pc_static})
+    check_consumer(${WORK_DIR}/consumer-c LD_LIBRARY_PATH=${prefix}/lib)
+  endif()
 else()
   message(STATUS "pkg-config not found: kalvos.pc not tried")
 endif()
