@@ -6,11 +6,12 @@ program kalvos_test
     type(kalvos_evaluator) :: k
     type(kalvos_compiled) :: h
     real(c_double) :: x
-    logical :: b
+    logical :: b, found, missing
     character(len=:), allocatable :: s
     integer :: failures, st
 
-    ! A call's outputs are compared after the call: Fortran fixes no order within an expression.
+    ! A call's outputs are compared after the call: Fortran fixes no order within an expression,
+    ! and may leave out a call whose value an .and. does not need.
     failures = 0
     call check(k%init() == KALVOS_OK, "init")
     call check(k%set_num("a", 5.0_c_double) == KALVOS_OK, "set_num")
@@ -23,7 +24,9 @@ program kalvos_test
     call check(st == KALVOS_OK .and. s == "run_5.dat", "compute_str")
     st = k%get_num("a", x)
     call check(st == KALVOS_OK .and. x == 5, "get_num")
-    call check(k%has("case") .and. .not. k%has("nope"), "has")
+    found = k%has("case")
+    missing = .not. k%has("nope")
+    call check(found .and. missing, "has")
 
     call check(k%compute("1 / (a - 5)", x, " in line 4") == KALVOS_FAILED, "failure status")
     call check(k%message() == "Evaluating [1/(a-5)]: Division by zero. in line 4", "message")
@@ -36,10 +39,12 @@ program kalvos_test
     st = k%compute_compiled(h, x)
     call check(st == KALVOS_OK .and. x == 9, "compute_compiled")
     st = k%delete("a")
-    call check(st == KALVOS_OK .and. .not. k%has("a"), "delete")
+    missing = .not. k%has("a")
+    call check(st == KALVOS_OK .and. missing, "delete")
     call check(k%reset() == KALVOS_OK, "reset")
     st = k%compute_compiled(h, x)
-    call check(st == KALVOS_FAILED .and. k%method() == "ComputeCompiled", "handle after reset")
+    call check(st == KALVOS_FAILED, "handle after reset")
+    call check(k%method() == "ComputeCompiled", "method after reset")
     call h%destroy()
     call k%destroy()
     ! The main program's variables live to the end; freeing them keeps the leak check quiet.
