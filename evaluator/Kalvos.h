@@ -479,7 +479,42 @@ private:
     };
     static_assert(std::size(kOperators) == OP_Or + 1, "one entry for each TpOper");
     static unsigned int OperatorPass(TpOper oper) { return kOperators[oper].InfixPass; }
-    static double ApplyOperator(TpOper oper, double a, double b);
+    /// The value of an infix operator between two numbers; a division by zero is the
+    /// caller's. Inline, so that the run, which names the operator, gets its one operation.
+    static double ApplyOperator(TpOper oper, double a, double b) {
+        switch (oper) {
+            case OP_Mul:
+                return a * b;
+            case OP_Div:
+                return a / b;
+            case OP_Add:
+                return a + b;
+            case OP_Sub:
+                return a - b;
+            case OP_Lt:
+                return a < b ? 1.0 : 0.0;
+            case OP_Gt:
+                return a > b ? 1.0 : 0.0;
+            case OP_Le:
+                return a <= b ? 1.0 : 0.0;
+            case OP_Ge:
+                return a >= b ? 1.0 : 0.0;
+            case OP_Eq:
+                return a == b ? 1.0 : 0.0;
+            case OP_Neq:
+                return a == b ? 0.0 : 1.0;
+            case OP_And:
+                return a != 0.0 && b != 0.0 ? 1.0 : 0.0;
+            case OP_Or:
+                return a == 0.0 && b == 0.0 ? 0.0 : 1.0;
+            default:
+                return 0.0;  // no other operator has an infix pass
+        }
+    }
+    /// The value of a prefix operator: "!" (OP_Not) or the negation (OP_None).
+    static double ApplyPrefix(TpOper oper, double b) {
+        return oper == OP_Not ? (b == 0.0 ? 1.0 : 0.0) : -b;
+    }
 
     // FunctionCall.cpp and Catalogue.cpp
     static unsigned int SplitParameters(std::string_view args, std::uint32_t* begins,

@@ -38,50 +38,50 @@ double Kalvos::Run(Code& code, Fault& fault) {
         const Instr& in = code.Instrs[pc];
         switch (in.Code) {
             case Op::Neg:
-                v[in.Dst] = -v[in.A];
+                v[in.Dst] = ApplyPrefix(OP_None, v[in.A]);
                 break;
             case Op::Not:
-                v[in.Dst] = v[in.A] == 0.0 ? 1.0 : 0.0;
+                v[in.Dst] = ApplyPrefix(OP_Not, v[in.A]);
                 break;
             case Op::Mul:
-                v[in.Dst] = v[in.A] * v[in.B];
+                v[in.Dst] = ApplyOperator(OP_Mul, v[in.A], v[in.B]);
                 break;
             case Op::Div:
                 if (v[in.B] == 0.0) {
                     failure = MessageId::DivisionByZero;
                     goto stop;
                 }
-                v[in.Dst] = v[in.A] / v[in.B];
+                v[in.Dst] = ApplyOperator(OP_Div, v[in.A], v[in.B]);
                 break;
             case Op::Add:
-                v[in.Dst] = v[in.A] + v[in.B];
+                v[in.Dst] = ApplyOperator(OP_Add, v[in.A], v[in.B]);
                 break;
             case Op::Sub:
-                v[in.Dst] = v[in.A] - v[in.B];
+                v[in.Dst] = ApplyOperator(OP_Sub, v[in.A], v[in.B]);
                 break;
             case Op::Eq:
-                v[in.Dst] = v[in.A] == v[in.B] ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_Eq, v[in.A], v[in.B]);
                 break;
             case Op::Neq:
-                v[in.Dst] = v[in.A] == v[in.B] ? 0.0 : 1.0;
+                v[in.Dst] = ApplyOperator(OP_Neq, v[in.A], v[in.B]);
                 break;
             case Op::Lt:
-                v[in.Dst] = v[in.A] < v[in.B] ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_Lt, v[in.A], v[in.B]);
                 break;
             case Op::Gt:
-                v[in.Dst] = v[in.A] > v[in.B] ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_Gt, v[in.A], v[in.B]);
                 break;
             case Op::Le:
-                v[in.Dst] = v[in.A] <= v[in.B] ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_Le, v[in.A], v[in.B]);
                 break;
             case Op::Ge:
-                v[in.Dst] = v[in.A] >= v[in.B] ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_Ge, v[in.A], v[in.B]);
                 break;
             case Op::And:
-                v[in.Dst] = v[in.A] != 0.0 && v[in.B] != 0.0 ? 1.0 : 0.0;
+                v[in.Dst] = ApplyOperator(OP_And, v[in.A], v[in.B]);
                 break;
             case Op::Or:
-                v[in.Dst] = v[in.A] == 0.0 && v[in.B] == 0.0 ? 0.0 : 1.0;
+                v[in.Dst] = ApplyOperator(OP_Or, v[in.A], v[in.B]);
                 break;
             case Op::Call:
                 v[in.Dst] = CallAt(code, pc, v);

@@ -88,8 +88,7 @@ bool Kalvos::ApplyInfixOperators(std::uint32_t pass, const Frame& frame, Element
 Kalvos::Operand Kalvos::Combine(TpOper oper, const Operand& a, const Operand& b) {
     const bool prefix = oper == OP_None || oper == OP_Not;
     if (b.Constant && (prefix || a.Constant)) {
-        if (oper == OP_None) return {-b.Value, 0, true, false};
-        if (oper == OP_Not) return {b.Value == 0.0 ? 1.0 : 0.0, 0, true, false};
+        if (prefix) return {ApplyPrefix(oper, b.Value), 0, true, false};
         return {ApplyOperator(oper, a.Value, b.Value), 0, true, false};
     }
     const Operand& reused = prefix || !a.Temporary ? b : a;
