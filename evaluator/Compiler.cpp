@@ -383,8 +383,8 @@ T* Place(char* block, std::size_t& offset, const T* from, std::size_t count) {
 
 // The builder's program in one block: the arrays of 8-byte alignment first, then those of 4,
 // then the characters.
-Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) const {
-    const Code built = const_cast<Kalvos*>(this)->BuiltCode();
+Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) {
+    const Code built = BuiltCode();
     const std::size_t bytes = (sizeof(Program) + 7) / 8 * 8 + built.SlotCount * sizeof(double) +
                               built.LinkCount * sizeof(Link) + built.InstrCount * sizeof(Instr) +
                               built.SiteCount * sizeof(Site) +

@@ -396,7 +396,7 @@ private:
               std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
     std::uint32_t SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing, int line);
     Code BuiltCode();
-    ProgramRef Freeze(std::string_view raw, std::uint64_t hash) const;
+    ProgramRef Freeze(std::string_view raw, std::uint64_t hash);
 
     // Scan.cpp
     bool ScanLevel(Frame& frame);

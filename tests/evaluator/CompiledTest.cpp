@@ -177,3 +177,28 @@ TEST(Compiled, ForeignOrStaleHandleRaises) {
     EXPECT_EQ(CatchRaise([&] { k.ComputeCompiled(Kalvos::CompiledExpr()); }).GetMethod(),
               "ComputeCompiled");
 }
+
+// What the cache keeps: a text from its second sight on, within both limits, never a text
+// beyond the longest kept; Reset and a zero limit empty it.
+TEST(Compiled, CacheKeepsWithinItsLimits) {
+    Kalvos k;
+    k.SetCacheLimits(3, Kalvos::kDefaultCacheBytes);
+    k.ComputeExpr("1+1");
+    EXPECT_EQ(k.GetCacheCount(), 0u);
+    for (const char* text : {"1+1", "1+1", "2+2", "2+2", "3+3", "3+3", "4+4", "4+4"})
+        k.ComputeExpr(text);
+    EXPECT_EQ(k.GetCacheCount(), 3u);
+    k.SetCacheLimits(100, Kalvos::kDefaultCacheBytes);
+    const std::string longText = "1" + std::string(Kalvos::kMaxCachedTextLength, ' ');
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(k.ComputeExpr(longText), 1);
+    EXPECT_EQ(k.GetCacheCount(), 0u);
+    k.SetCacheLimits(100, 1);  // no program fits in one byte
+    for (int i = 0; i < 2; ++i) k.ComputeExpr("5+5");
+    EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);
+    k.SetCacheLimits(100, Kalvos::kDefaultCacheBytes);
+    for (int i = 0; i < 2; ++i) k.ComputeExpr("5+5");
+    EXPECT_EQ(k.GetCacheCount(), 1u);
+    EXPECT_GT(k.GetCacheBytes(), 0u);
+    k.Reset();
+    EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);
+}
