@@ -88,7 +88,8 @@ TEST(Readers, NumbersIgnoreTheHostLocale) {
     std::setlocale(LC_ALL, savedC.c_str());
     std::locale::global(saved);
     EXPECT_EQ(value, 2.5);
-    EXPECT_EQ(written, "0.5") << (german ? "de_DE" : "C locale only");
+    EXPECT_EQ(written, "0.5");
+    if (!german) GTEST_SKIP() << "de_DE.UTF-8 is not installed: only the C++ locale was changed";
 }
 
 TEST(Readers, ReadNameAndLookforEnd) {
