@@ -14,6 +14,8 @@ draw the same mutants, whatever the tests are.
     scripts/mutate.py --count 40 --seed 7  # another sample
     scripts/mutate.py --list               # the candidates drawn, nothing built
     scripts/mutate.py --json out.json      # the outcome of each mutant as well
+    scripts/mutate.py --recheck out.json   # only the survivors of an earlier run, once tests
+                                           # were added; the others keep their outcome
 """
 
 import argparse
@@ -164,11 +166,14 @@ def main():
     parser.add_argument("--timeout", type=float, default=120, help="seconds before a hang")
     parser.add_argument("--list", action="store_true", help="show the mutants, build nothing")
     parser.add_argument("--json", type=Path, help="write each mutant's outcome here")
+    parser.add_argument("--recheck", type=Path, help="run again the survivors of this --json")
     args = parser.parse_args()
 
     pool = [m for path in SOURCES for m in candidates(path)]
     random.Random(args.seed).shuffle(pool)
     drawn = pool[:args.count]
+    if args.recheck:
+        drawn = json.loads(args.recheck.read_text())
     if args.list:
         for m in drawn:
             print(f"{m['file']}:{m['line']} {m['kind']}: {m['old'].strip()!r} -> {m['new'].strip()!r}")
@@ -181,6 +186,9 @@ def main():
     counts = {"killed": 0, "survived": 0, "stillborn": 0}
     began = time.time()
     for index, m in enumerate(drawn, 1):
+        if m.get("outcome") in ("killed", "stillborn"):
+            counts[m["outcome"]] += 1
+            continue
         path = ROOT / m["file"]
         original = path.read_text()
         stat = path.stat()

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <set>
+#include <sstream>
 
 #include "TestSupport.h"
 #include "support/RandomMersenne.h"
@@ -80,6 +81,34 @@ TEST_F(Catalogue, EveryEntry) {
     vars.SetVarStr("Dp", "0.5");
     EXPECT_RAISES(k.ComputeExpr("roundposx(1)"), "GetVarNum",
                   "The variable 'Dp' is not a numeric variable.");
+}
+
+// Each built-in refuses one parameter fewer and one more than the language gives it.
+TEST_F(Catalogue, RefusesOtherCounts) {
+    std::istringstream arities(
+        "abs 1 1 acos 1 1 asin 1 1 atan 1 1 atan2 2 2 ceil 1 1 cos 1 1 cosdg 1 1 cosh 1 1 e 0 0 "
+        "eval 3 3 "
+        "exp 1 1 float 1 1 floor 1 1 fmod 2 2 fmodr 2 2 int 1 1 log 1 1 log10 1 1 max 2 10 "
+        "min 2 10 pi 0 0 pow 2 2 rand 0 0 rand 2 2 randinit 1 1 randint 2 2 round 1 1 "
+        "roundpos 3 3 roundposx 1 1 roundposy 1 1 roundposz 1 1 sin 1 1 sindg 1 1 sinh 1 1 "
+        "sqrt 1 1 tan 1 1 tandg 1 1 tanh 1 1 wavelength 3 3");
+    std::string name;
+    int fewest = 0, most = 0, functions = 0;
+    while (arities >> name >> fewest >> most) {
+        ++functions;
+        for (const int count : {fewest - 1, most + 1}) {
+            if (count < 0) continue;
+            std::string call = name + "(";
+            for (int i = 0; i < count; ++i) call += i == 0 ? "1" : ",1";
+            call += ")";
+            EXPECT_RAISES(k.ComputeExpr(call), "ComputFunc",
+                          "Evaluating function [" + call + "]: " +
+                              (count > 10 ? "This expression has too many parameters."
+                                          : "Function not found or invalid for " +
+                                                std::to_string(count) + " parameters."));
+        }
+    }
+    EXPECT_EQ(functions, 40);
 }
 
 // After randinit(s) the draws depend only on s, as a generator freshly seeded with s gives them.

@@ -53,8 +53,12 @@ TEST(Compiled, ForeignOrStaleHandleRaises) {
 TEST(Compiled, CacheKeepsWithinItsLimits) {
     Kalvos k;
     k.SetCacheLimits(3, Kalvos::kDefaultCacheBytes);
+    for (const char* text : {"1+1", "2+2", "1+1+1+1+1+1+1+1", "1+1+1+1+1+1+1+2"})
+        k.ComputeExpr(text);
+    EXPECT_EQ(k.GetCacheCount(), 0u);  // texts that differ anywhere are different texts
+    k.Reset();
     k.ComputeExpr("1+1");
-    EXPECT_EQ(k.GetCacheCount(), 0u);
+    EXPECT_EQ(k.GetCacheCount(), 0u);  // Reset forgets what was seen
     for (const char* text : {"1+1", "1+1", "2+2", "2+2", "3+3", "3+3", "4+4", "4+4"})
         k.ComputeExpr(text);
     EXPECT_EQ(k.GetCacheCount(), 3u);
@@ -69,6 +73,14 @@ TEST(Compiled, CacheKeepsWithinItsLimits) {
     for (int i = 0; i < 2; ++i) k.ComputeExpr("5+5");
     EXPECT_EQ(k.GetCacheCount(), 1u);
     EXPECT_GT(k.GetCacheBytes(), 0u);
+    k.SetCacheLimits(4096, Kalvos::kDefaultCacheBytes);
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < 1000; ++i) {
+            const std::string text = std::to_string(i) + "+1";
+            for (const std::string& t : {text, std::string("0"), text}) k.ComputeExpr(t);
+        }
+    }
+    EXPECT_EQ(k.GetCacheCount(), 1001u);  // each text once, also when its first slot is taken
     k.Reset();
     EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);
 }

@@ -64,7 +64,7 @@ TEST_F(Reduction, ElementAndNestingLimits) {
 
 TEST_F(Reduction, AgreesWithTheRule) {
     std::mt19937 gen(77);
-    const std::string alphabet = "012301230123!!*/+--=<>@|";
+    const std::string alphabet = "01234567890123!!*/+--=<>@|";
     int evaluated = 0;
     for (int round = 0; round < 20000; ++round) {
         std::string text(1 + gen() % 12, ' ');
