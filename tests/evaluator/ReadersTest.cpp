@@ -118,4 +118,10 @@ TEST(Readers, ReadNameAndLookforEnd) {
     }
     EXPECT_RAISES(k.LookforEndBrackets("[a)"), "LookforEndBrackets",
                   "Evaluating [[a)]: End of brackets is missing (row 4)");
+    // Long spans are matched over the whole text, keeping nothing of an earlier text.
+    const std::string ones = Repeat("1+", 40) + "1";
+    k.GetVars().SetVarNum("x0", 100);
+    EXPECT_RAISES(k.ComputeExpr("x[" + ones + "-(" + ones + ")"), "LookforEndBrackets",
+                  "Evaluating [[" + ones + "-(" + ones + ")]: End of brackets is missing");
+    EXPECT_EQ(k.ComputeExpr("x[0*(" + ones + ")]"), 100);
 }
