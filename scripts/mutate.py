@@ -5,7 +5,8 @@ Each mutant is one change to one line of evaluator/*.cpp or support/*.cpp: a rel
 arithmetic or logical operator swapped, an integer constant off by one, a statement deleted,
 a negation removed. The script builds kalvos_tests with the change, runs it and restores the
 file. A mutant is killed when the tests fail (or hang), survives when they pass, and is
-stillborn when it does not build; stillborn ones do not count.
+stillborn when it does not build; stillborn ones do not count, and neither do the survivors
+that scripts/mutate-equivalent.txt lists, with the reason, as changing nothing.
 
 The mutants are drawn from every candidate with a fixed seed, so two runs on the same sources
 draw the same mutants, whatever the tests are.
@@ -123,6 +124,21 @@ def candidates(path):
             yield mutant("deletion", 0, line, "")
 
 
+def equivalents():
+    """The keys of the mutants scripts/mutate-equivalent.txt lists as changing nothing."""
+    keys = set()
+    for line in (ROOT / "scripts" / "mutate-equivalent.txt").read_text().splitlines():
+        if line.strip() and not line.startswith("#"):
+            file, text, col, new, _ = (field.strip() for field in line.split(" | ", 4))
+            keys.add((file, text, int(col), "" if new == "deleted" else new))
+    return keys
+
+
+def key(mutant):
+    line = (ROOT / mutant["file"]).read_text().split("\n")[mutant["line"] - 1]
+    return (mutant["file"], line.strip(), mutant["col"], mutant["new"].strip())
+
+
 def apply(mutant, text):
     lines = text.split("\n")
     line = lines[mutant["line"] - 1]
@@ -183,10 +199,11 @@ def main():
     configure(args.build)
     if build_and_test(args.build, args.timeout) != "survived":
         sys.exit("the unit tests do not pass on the unchanged sources")
-    counts = {"killed": 0, "survived": 0, "stillborn": 0}
+    counts = {"killed": 0, "survived": 0, "stillborn": 0, "equivalent": 0}
+    listed = equivalents()
     began = time.time()
     for index, m in enumerate(drawn, 1):
-        if m.get("outcome") in ("killed", "stillborn"):
+        if m.get("outcome") in ("killed", "stillborn", "equivalent"):
             counts[m["outcome"]] += 1
             continue
         path = ROOT / m["file"]
@@ -199,6 +216,8 @@ def main():
             path.write_text(original)
             # The next build must not take the restored file for unchanged.
             os.utime(path, (stat.st_atime, time.time()))
+        if m["outcome"] == "survived" and key(m) in listed:
+            m["outcome"] = "equivalent"
         counts[m["outcome"]] += 1
         print(f"[{index}/{len(drawn)}] {m['outcome']:9} {m['file']}:{m['line']} {m['kind']}: "
               f"{m['old'].strip()!r} -> {m['new'].strip()!r}", flush=True)
@@ -206,8 +225,8 @@ def main():
 
     scored = counts["killed"] + counts["survived"]
     print(f"\nkilled {counts['killed']}, survived {counts['survived']}, "
-          f"stillborn {counts['stillborn']}: score {counts['killed'] / max(scored, 1):.1%} "
-          f"of {scored} in {time.time() - began:.0f} s")
+          f"stillborn {counts['stillborn']}, equivalent {counts['equivalent']}: "
+          f"score {counts['killed'] / max(scored, 1):.1%} of {scored} in {time.time() - began:.0f} s")
     for m in drawn:
         if m["outcome"] == "survived":
             print(f"  survived: {m['file']}:{m['line']} {m['kind']}: "

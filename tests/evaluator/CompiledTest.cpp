@@ -53,7 +53,7 @@ TEST(Compiled, ForeignOrStaleHandleRaises) {
 TEST(Compiled, CacheKeepsWithinItsLimits) {
     Kalvos k;
     k.SetCacheLimits(3, Kalvos::kDefaultCacheBytes);
-    for (const char* text : {"1+1", "2+2", "1+1+1+1+1+1+1+1", "1+1+1+1+1+1+1+2"})
+    for (const char* text : {"1+1", "2+2", "1+1+1+1+1+1+1+1", "1+1+1+1+2+1+1+1"})
         k.ComputeExpr(text);
     EXPECT_EQ(k.GetCacheCount(), 0u);  // texts that differ anywhere are different texts
     k.Reset();
@@ -83,4 +83,18 @@ TEST(Compiled, CacheKeepsWithinItsLimits) {
     EXPECT_EQ(k.GetCacheCount(), 1001u);  // each text once, also when its first slot is taken
     k.Reset();
     EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);
+}
+
+// A program is as large as its text makes it, whatever the object compiled before.
+TEST(Compiled, ProgramSizeDependsOnItsTextAlone) {
+    Kalvos fresh, used;
+    for (int i = 0; i < 100; ++i) (void)used.CompileExpr("v[" + std::to_string(i) + "]+w[i]");
+    std::size_t grew[2] = {};
+    for (Kalvos* k : {&fresh, &used}) {
+        const std::size_t before = k->GetCacheBytes();
+        k->GetVars().SetVarNum("x2", 1);
+        for (int i = 0; i < 2; ++i) k->ComputeExpr("x[2]+1");
+        grew[k == &used] = k->GetCacheBytes() - before;
+    }
+    EXPECT_EQ(grew[1], grew[0]);
 }
