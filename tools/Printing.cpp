@@ -122,7 +122,7 @@ std::string FormatFixed(double value, int decimals) {
     if (const char* special = Special(value)) return special;
     const int length = std::snprintf(nullptr, 0, "%.*f", decimals, value);
     std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    std::snprintf(&text[0], text.size(), "%.*f", decimals, value);
+    (void)std::snprintf(&text[0], text.size(), "%.*f", decimals, value);  // measured above
     text.pop_back();
     return text;
 }
