@@ -15,6 +15,7 @@
 #include <string>
 #include <utility>
 
+#include "Reference.h"
 #include "evaluator/Kalvos.h"
 #include "support/Functions.h"
 #include "support/JObject.h"
@@ -25,7 +26,7 @@ namespace diff {
 // The names a store change touches; the grammar draws its names from here too, so that texts
 // meet variables that come and go, change kind and hide the keywords.
 inline const char* const kNames[] = {
-    "a",        "b",        "x",        "x0",  "x1",  "x2",   "x10",  "m12",   "m1", "Dp",
+    "a",        "b",        "x",        "x0",  "x1",  "x2",   "x3",   "m12",   "m1", "Dp",
     "PosMin_x", "PosMin_y", "PosMin_z", "nan", "inf", "true", "TRUE", "false", "zz", "s"};
 constexpr unsigned kNameCount = sizeof kNames / sizeof kNames[0];
 
@@ -35,17 +36,6 @@ inline double Value(std::uint32_t k) {
     const double values[] = {0.0,      -0.0, 1.0,   -2.5, 0.25,  2.9,          -1.0, 1e308,
                              4.9e-324, kInf, -kInf, kNaN, -kNaN, 2147483648.0, 12.0, 7.0};
     return values[k % (sizeof values / sizeof values[0])];
-}
-
-// The store every object starts with; "x10", "true", "TRUE", "false" and "zz" are unknown.
-inline void FillStore(KalvosVars& vars) {
-    const std::pair<const char*, double> numbers[] = {
-        {"a", 5},           {"b", -2.5},      {"x", 10},        {"x0", 0.5},
-        {"x1", 1.5},        {"x2", 2.5},      {"m12", 12},      {"m1", -0.0},
-        {"Dp", 0.25},       {"PosMin_x", 1},  {"PosMin_y", -2}, {"PosMin_z", 0.125},
-        {"nan", Value(11)}, {"inf", Value(9)}};
-    for (const auto& [name, value] : numbers) vars.SetVarNum(name, value);
-    vars.SetVarStr("s", "text");
 }
 
 struct Outcome {
@@ -174,7 +164,7 @@ public:
                     break;
                 case 7:
                     vars.Reset();
-                    FillStore(vars);
+                    reference::FillStore(vars);
                     break;
                 default:
                     break;  // most evaluations see the store unchanged
@@ -197,7 +187,7 @@ private:
     void Restart() {
         for (Kalvos* k : {&Ref, &Warm, &Handle}) {
             k->Reset();
-            FillStore(k->GetVars());
+            reference::FillStore(k->GetVars());
             (void)k->ComputeExpr(fun::PrintStr("randinit(%d)", Seed));
         }
         Compiled = Handle.CompileExpr(Compiled.GetExprText(), Compiled.GetErrorText());

@@ -1,11 +1,13 @@
 // Fuzz target for the three entry points. The first byte chooses what is exercised, the rest
 // is the text:
-//   byte % 4 == 0: ComputeExpr;
+//   byte % 4 == 0: ComputeExpr, checked against the reduction rule when the text is short and
+//                  holds digits and operators only;
 //   byte % 4 == 1: ComputeExprBool, checked against ComputeExpr;
 //   byte % 4 == 2: ComputeExprStr, checked against a direct rescanning expansion;
 //   byte % 4 == 3: compiled evaluation, checked against the plain one (Differential.h). The
 //                  second byte steers it: bit 0 evaluates as a condition, bits 1-2 give the
-//                  evaluations beyond two, and the whole byte seeds the store changes.
+//                  evaluations beyond two, the whole byte seeds the store changes, and with
+//                  bit 7 set the rest are the choices of the grammar (Grammar.h), not a text.
 // Anything other than a value or a JException is a finding, and so is a broken invariant:
 // the target aborts with a description on stderr, which libFuzzer reports as a crash.
 //
@@ -17,12 +19,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "Differential.h"
+#include "Grammar.h"
+#include "Reference.h"
 #include "evaluator/Kalvos.h"
 #include "support/Functions.h"
 #include "support/JObject.h"
@@ -42,28 +45,6 @@ const std::string& ErrorText() {
     std::abort();
 }
 
-// A store with every kind of variable an expression or a marker can reach: plain and indexed
-// numbers, the lattice variables of roundposx/y/z, non-finite values, texts, and texts that
-// refer to themselves directly (s) or through each other (u, v). Each of these costs a full
-// run to the replacement bound, so exponential growth is left to the unit tests.
-void FillStore(KalvosVars& vars) {
-    constexpr double kInf = std::numeric_limits<double>::infinity();
-    const std::pair<const char*, double> numbers[] = {
-        {"a", 5},           {"b", -2.5},      {"r", 0.1},
-        {"n", 1234567},     {"zero", 0},      {"big", 1e308},
-        {"tiny", 4.9e-324}, {"inf", kInf},    {"nan", std::nan("")},
-        {"x", 10},          {"x0", 0.5},      {"x1", 1.5},
-        {"x2", 2.5},        {"x10", -10},     {"m12", 12},
-        {"m21", 21},        {"m1", 100},      {"Dp", 0.25},
-        {"PosMin_x", 1},    {"PosMin_y", -2}, {"PosMin_z", 0.125},
-        {"True", 7}};
-    const std::pair<const char*, const char*> texts[] = {
-        {"txt", "hello"}, {"name", "a"}, {"w", "[a]"}, {"open", "["}, {"close", "]"},
-        {"empty", ""},    {"s", "[s]"},  {"u", "[v]"}, {"v", "[u]"},  {" a ", "spaced"}};
-    for (const auto& [name, value] : numbers) vars.SetVarNum(name, value);
-    for (const auto& [name, value] : texts) vars.SetVarStr(name, value);
-}
-
 std::string Describe(const JException& e) { return e.GetMethod() + ": " + e.GetText(); }
 
 void CheckRaise(const JException& e, const std::string& text) {
@@ -80,13 +61,27 @@ void CheckExprText(const Kalvos& k, const std::string& text) {
     if (k.GetExprText() != text) Fail("GetExprText() is not the text given", text, k.GetExprText());
 }
 
+// A short text of digits and operators only is also reduced by the rule as it reads.
 void FuzzExpr(Kalvos& k, const std::string& text) {
+    std::string outcome;
     try {
-        (void)k.ComputeExpr(text, ErrorText());
+        outcome = fun::PrintStr("%a", k.ComputeExpr(text, ErrorText()));
     } catch (const JException& e) {
         CheckRaise(e, text);
+        outcome = Describe(e);
     }
     CheckExprText(k, text);
+    if (text.empty() || text.size() > 16 ||
+        text.find_first_not_of("0123456789!*/+-=<>@|") != std::string::npos) {
+        return;
+    }
+    double value = 0;
+    const std::string error = reference::Reduce(text, value);
+    const std::string expected =
+        error.empty() ? fun::PrintStr("%a", value)
+                      : "ComputExpr: Evaluating [" + text + "]: " + error + ErrorText();
+    if (outcome != expected)
+        Fail("reduction differs from the rule", text, outcome + " / " + expected);
 }
 
 // The four literals, after one optional "#", that ComputeExprBool answers without evaluating.
@@ -149,48 +144,6 @@ void FuzzBool(Kalvos& k, const std::string& text) {
     }
 }
 
-// The expansion as the rules state it: find the first marker ("[" and the first "]" after it,
-// with at least one character and no "[" between), replace it and scan the new text again
-// from its start. Gives up (returns false) beyond a small budget; otherwise the expansion
-// either is complete in `result` or stopped at the unknown name in `missing`.
-bool ReferenceExpand(const KalvosVars& vars, std::string text, std::string& result,
-                     std::string& missing) {
-    constexpr int kBudgetReplacements = 200;
-    constexpr std::size_t kBudgetLength = 65536;
-    for (int replacements = 0; replacements <= kBudgetReplacements; ++replacements) {
-        std::size_t open = std::string::npos;
-        std::size_t close = std::string::npos;
-        for (std::size_t pos = 0; pos < text.size(); ++pos) {
-            if (text[pos] == '[') {
-                open = pos;
-            } else if (text[pos] == ']' && open != std::string::npos) {
-                if (pos == open + 1) {
-                    open = std::string::npos;
-                } else {
-                    close = pos;
-                    break;
-                }
-            }
-        }
-        if (close == std::string::npos) {
-            result = text;
-            return true;
-        }
-        const std::string name = text.substr(open + 1, close - open - 1);
-        const unsigned int idx = vars.GetVarIdx(name);
-        if (idx == KalvosVars::kNoVar) {
-            missing = name;
-            return true;
-        }
-        const std::string value = vars.VarIsNum(idx)
-                                      ? fun::DoubleStr(vars.GetVarNum(idx, std::string()), "%g")
-                                      : vars.GetVarStr(idx, std::string());
-        text.replace(open, close - open + 1, value);
-        if (text.size() > kBudgetLength) return false;
-    }
-    return false;
-}
-
 void FuzzStr(Kalvos& k, const std::string& text) {
     std::string expanded;
     bool raised = false;
@@ -204,11 +157,9 @@ void FuzzStr(Kalvos& k, const std::string& text) {
     }
     CheckExprText(k, text);
 
-    std::string body = text;
-    if (!body.empty() && body[0] == '$') body.erase(0, 1);
     std::string result;
     std::string missing;
-    if (!ReferenceExpand(k.GetVars(), body, result, missing)) return;
+    if (!reference::Expand(k.GetVars(), text, result, missing)) return;
     if (missing.empty()) {
         if (raised) Fail("expansion raised, rescanning does not", text, message);
         if (expanded != result)
@@ -240,13 +191,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned int mode = data[0] % 4;
     if (mode == 3) {
         if (size >= 2) {
-            FuzzCompiled(data[1], std::string(reinterpret_cast<const char*>(data) + 2, size - 2));
+            FuzzCompiled(data[1],
+                         (data[1] & 0x80) != 0
+                             ? texts::Grammar(data + 2, size - 2).Text()
+                             : std::string(reinterpret_cast<const char*>(data) + 2, size - 2));
         }
         return 0;
     }
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     Kalvos k;
-    FillStore(k.GetVars());
+    reference::FillStore(k.GetVars());
     try {
         switch (mode) {
             case 0:

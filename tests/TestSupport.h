@@ -7,11 +7,16 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 
+#include "Grammar.h"
+#include "Reference.h"
 #include "evaluator/Kalvos.h"
+#include "support/Functions.h"
 #include "support/KalvosVars.h"
 
-// Expects `statement` to throw a JException raised by `method` with exactly `message`.
+// The one check of a failure: `statement` throws a JException raised by `method` with exactly
+// `message`.
 #define EXPECT_RAISES(statement, method, message)                        \
     do {                                                                 \
         try {                                                            \
@@ -23,34 +28,21 @@
         }                                                                \
     } while (false)
 
-inline JException CatchRaise(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const JException& raised) {
-        return raised;
-    }
-    ADD_FAILURE() << "no JException";
-    return JException("", 0, "", "", "", "");
-}
-
-inline std::string Repeat(const std::string& piece, std::size_t times) {
-    std::string text;
-    text.reserve(piece.size() * times);
-    for (std::size_t i = 0; i < times; ++i) text += piece;
-    return text;
-}
-
-// `levels` times `open`, then `inner`, then `levels` times `close`.
-inline std::string Nest(const std::string& open, std::size_t levels, const std::string& inner,
-                        const std::string& close) {
-    return Repeat(open, levels) + inner + Repeat(close, levels);
-}
+using texts::Nest;
+using texts::Repeat;
 
 // The bit pattern of a double, so that -0.0 and the last bit count.
 inline std::uint64_t Bits(double value) {
     std::uint64_t bits = 0;
     std::memcpy(&bits, &value, sizeof bits);
     return bits;
+}
+
+// How printf writes the NaN an invalid operation gives on this machine ("-nan" on x86-64):
+// the library's functions give that one too.
+inline std::string InvalidNan() {
+    volatile double zero = 0.0;
+    return fun::DoubleStr(zero / zero, "%g");
 }
 
 // Runs `action` on a thread of its own with the given stack size, as a host thread might.
@@ -84,4 +76,17 @@ public:
     using Kalvos::RemoveElement;
     using Kalvos::StElement;
     using Kalvos::TpOper;
+};
+
+// A fresh evaluator over the standard store; each test file names it for its suite.
+// An object's ExprText and ErrorText, compared as a pair so that a failure shows which differs.
+using TextPair = std::pair<std::string, std::string>;
+
+class WithStore : public ::testing::Test {
+protected:
+    WithStore() { reference::FillStore(k.GetVars()); }
+
+    TextPair Texts() const { return {k.GetExprText(), k.GetErrorText()}; }
+
+    OpenKalvos k;
 };

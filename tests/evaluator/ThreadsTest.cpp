@@ -10,52 +10,21 @@
 
 namespace {
 
-// A text beginning with "$" is a string expression, one beginning with "?" a condition. The
-// draws follow "randinit", so every object draws the same numbers.
-const char* const kTexts[] = {
-    "2 * max(a, 3) + 1",
-    "x[1] + m[1][2] * 0.1",
-    "-a / b + !0 @@ a >= b || a == 1",
-    "sin(pi()/3) + sindg(30) + exp(1.5) + log10(3) + pow(2, 0.5) + float(0.1)",
-    "wavelength(9.81, 10, 5) + roundposx(3.3) + roundpos(2.6, 0, 0.5) + eval(a, 1, 2)",
-    "1 / 0",
-    "sqrt(-1)",
-    "nothing + 1",
-    "(1 + 2",
-    "1 +* 2",
-    "max(1)",
-    "x[-1]",
-    "1e5",
-    "randinit(42)",
-    "rand() + rand(-5, 5) * randint(1, 6)",
-    "?rand() < 0.5",
-    "?#0",
-    "?a > 4",
-    "$[a].dat",
-    "$Level [a] of [r], [txt] and [w]",
-    "$[missing]",
-};
-
-std::string Outcome(Kalvos& k, const std::string& text) {
-    try {
-        if (text[0] == '$') return k.ComputeExprStr(text, " (threads)");
-        if (text[0] == '?') return k.ComputeExprBool(text.substr(1), " (threads)") ? "T" : "F";
-        return std::to_string(Bits(k.ComputeExpr(text, " (threads)")));
-    } catch (const JException& e) {
-        return e.GetMethod() + ": " + e.GetText();
-    }
-}
-
-std::vector<std::string> RunAll() {
+// Every fifth text is expanded as a string expression and every fifth evaluated as a
+// condition; the draws follow "randinit", so every object draws the same numbers.
+std::vector<std::string> RunAll(const std::vector<std::string>& texts) {
     Kalvos k;
-    const std::pair<const char*, double> numbers[] = {
-        {"a", 5}, {"b", -2.5}, {"r", 0.1}, {"x1", 1.5}, {"m12", 12}, {"Dp", 0.25}, {"PosMin_x", 1}};
-    for (const auto& [name, value] : numbers) k.GetVars().SetVarNum(name, value);
-    k.GetVars().SetVarStr("txt", "hello");
-    k.GetVars().SetVarStr("w", "[a]");
+    reference::FillStore(k.GetVars());
+    (void)k.ComputeExpr("randinit(42)");
     std::vector<std::string> outcomes;
-    for (int round = 0; round < 10; ++round) {
-        for (const char* text : kTexts) outcomes.push_back(Outcome(k, text));
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        try {
+            outcomes.push_back(i % 5 == 0   ? k.ComputeExprStr(texts[i], " (threads)")
+                               : i % 5 == 1 ? std::to_string(k.ComputeExprBool(texts[i]))
+                                            : std::to_string(Bits(k.ComputeExpr(texts[i]))));
+        } catch (const JException& e) {
+            outcomes.push_back(e.GetMethod() + ": " + e.GetText());
+        }
     }
     return outcomes;
 }
@@ -63,9 +32,12 @@ std::vector<std::string> RunAll() {
 }  // namespace
 
 TEST(Threads, SeparateObjectsGiveTheResultsOfOneThread) {
-    const std::vector<std::string> expected = RunAll();
-    EXPECT_EQ(expected[5], "ComputExpr: Evaluating [1/0]: Division by zero. (threads)");
-    EXPECT_EQ(expected[18], "5.dat");
+    texts::Grammar grammar(7);
+    std::vector<std::string> texts = {"$[w].dat", "rand() < 0.5", "1/0"};
+    for (int i = 0; i < 500; ++i) texts.push_back(grammar.Text());
+    const std::vector<std::string> expected = RunAll(texts);
+    EXPECT_EQ(expected[0], "5.dat");
+    EXPECT_EQ(expected[2], "ComputExpr: Evaluating [1/0]: Division by zero.");
 
     constexpr int kThreads = 8;
     std::vector<std::vector<std::string>> results(kThreads);
@@ -75,7 +47,7 @@ TEST(Threads, SeparateObjectsGiveTheResultsOfOneThread) {
         threads.emplace_back([&, t] {
             ++ready;  // start together, so that the evaluations overlap
             while (ready.load() < kThreads) std::this_thread::yield();
-            results[static_cast<std::size_t>(t)] = RunAll();
+            results[static_cast<std::size_t>(t)] = RunAll(texts);
         });
     }
     for (std::thread& thread : threads) thread.join();

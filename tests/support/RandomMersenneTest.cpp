@@ -1,4 +1,5 @@
 #include <climits>
+#include <cmath>
 #include <random>
 #include <set>
 
@@ -29,4 +30,25 @@ TEST(RandomMersenne, DrawsStayInTheirBounds) {
     }
     EXPECT_EQ(dice, (std::set<int>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(signs.size(), 2u);
+}
+
+// Random() joins the high 27 and 26 bits of two raw outputs into the 53 bits of a double.
+// IRandomX draws again while a raw output lies in the incomplete tail above the largest
+// multiple of the span (about every other time for a span of 2^31 + 1).
+TEST(RandomMersenne, DerivedDrawsFollowTheRawOutput) {
+    CRandomMersenne generator(99);
+    std::mt19937 reference(99);
+    for (int i = 0; i < 1000; ++i) {
+        // 27 and 26 bits: exact as doubles.
+        const auto high = static_cast<double>(reference() >> 5);
+        const auto low = static_cast<double>(reference() >> 6);
+        ASSERT_EQ(Bits(generator.Random()), Bits(std::ldexp(high * 67108864.0 + low, -53)));
+    }
+    const std::uint64_t span = (std::uint64_t{1} << 31) + 1;
+    const std::uint64_t limit = (std::uint64_t{1} << 32) - (std::uint64_t{1} << 32) % span;
+    for (int i = 0; i < 1000; ++i) {
+        std::uint64_t draw = reference();
+        while (draw >= limit) draw = reference();
+        ASSERT_EQ(generator.IRandomX(INT_MIN, 0), INT_MIN + static_cast<std::int64_t>(draw % span));
+    }
 }
