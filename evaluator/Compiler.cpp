@@ -163,7 +163,8 @@ void Kalvos::Deliver(Frame& frame, const Operand& value) {
             Work.Operands.push_back(value);
             const std::uint32_t next = Size32(Work.Operands.size()) - frame.OperandStart;
             if (next == frame.ParamCount) return FinishCall(frame);
-            const std::uint32_t* param = Work.Params.data() + frame.ParamStart + 2 * next;
+            const std::uint32_t* param =
+                Work.Params.data() + frame.ParamStart + 2 * std::size_t{next};
             OpenLevel(param[0], param[1], frame.Depth + 1);
             break;
         }

@@ -8,7 +8,7 @@ double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (ErrorText != errortext) ErrorText = errortext;
     // A known text is usually the one of the last call: compared, neither copied nor looked up.
     if (Current.Get() != nullptr && ExprText == expr) return Execute(Current.Get()->Body);
-    ExprText = expr;
+    ExprText = std::move(expr);
     Current = ProgramRef();
     const std::uint64_t hash = Cacheable(ExprText) ? HashText(ExprText) : 0;
     Program* cached = hash != 0 ? FindCached(ExprText, hash) : nullptr;

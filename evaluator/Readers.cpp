@@ -7,6 +7,11 @@
 #include <string>
 #include <vector>
 
+// macOS and the BSDs declare the conversions with an explicit locale in their own header.
+#if defined(__APPLE__) || defined(__FreeBSD__) || defined(__OpenBSD__) || defined(__NetBSD__)
+#include <xlocale.h>
+#endif
+
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
@@ -21,12 +26,20 @@ std::size_t SkipDigits(std::string_view text, std::size_t pos) {
     return pos;
 }
 
-// The "C" locale, made once: the conversion must not follow a host that has set a locale
-// with another decimal point.
-locale_t ClassicLocale() {
-    static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
-    return locale;
+// strtod in the "C" locale, which is made once: the conversion must not follow a host that has
+// set a locale with another decimal point. This is the library's only system-specific code:
+// glibc, musl, macOS and the BSDs have strtod_l, the Windows C runtime _strtod_l.
+#if defined(_WIN32)
+double StrtodClassic(const char* text, char** stop) {
+    static const _locale_t locale = _create_locale(LC_ALL, "C");
+    return _strtod_l(text, stop, locale);
 }
+#else
+double StrtodClassic(const char* text, char** stop) {
+    static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    return strtod_l(text, stop, locale);
+}
+#endif
 
 }  // namespace
 
@@ -223,7 +236,8 @@ bool ConvertShort(std::string_view literal, double& value) {
 // Gives exactly what extracting a double from a stream in the "C" locale gives: the correctly
 // rounded value, 0 or a subnormal for an underflow, and failure for an overflow. Short
 // literals are converted exactly at once; then from_chars; whatever it does not convert
-// cleanly goes through strtod_l, which is what the stream extraction itself calls.
+// cleanly goes through strtod in the "C" locale, which is what the stream extraction itself
+// calls.
 bool Kalvos::ConvertNumber(std::string_view literal, double& value) {
     if (ConvertShort(literal, value)) return true;
     const char* end = literal.data() + literal.size();
@@ -231,6 +245,6 @@ bool Kalvos::ConvertNumber(std::string_view literal, double& value) {
     if (result.ec == std::errc() && result.ptr == end) return true;
     const std::string copy(literal);
     char* stop = nullptr;
-    value = strtod_l(copy.c_str(), &stop, ClassicLocale());
+    value = StrtodClassic(copy.c_str(), &stop);
     return stop == copy.c_str() + copy.size() && value <= 1.7976931348623157e+308;
 }

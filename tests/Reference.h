@@ -78,10 +78,11 @@ inline std::string Reduce(const std::string& text, double& value) {
                 list.erase(list.begin() + long(i) + 1);
             } else if (infix && kPasses[pass].find(" " + o + " ") != std::string::npos) {
                 if (o == "/" && b == 0) return "Division by zero.";
+                const bool p = a != 0, q = b != 0;  // the truth of the operands, NaN true
                 const std::map<std::string, double> results = {
                     {"*", a * b},   {"/", a / b},   {"+", a + b},   {"-", a - b},
                     {"<", a < b},   {">", a > b},   {"<=", a <= b}, {">=", a >= b},
-                    {"==", a == b}, {"!=", a != b}, {"@@", a && b}, {"||", a || b}};
+                    {"==", a == b}, {"!=", a != b}, {"@@", p && q}, {"||", p || q}};
                 list[i - 1].second = results.at(o);
                 list.erase(list.begin() + long(i), list.begin() + long(i) + 2);
             } else {

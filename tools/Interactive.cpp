@@ -131,8 +131,9 @@ public:
     explicit LineReader(Session& session) : Owner(session), History(HistoryPath()) {
         gSession = &session;
         // Characters beyond ASCII are shown in the terminal's encoding. Only the character
-        // type is taken from the environment; numbers keep the C locale's decimal point.
-        std::setlocale(LC_CTYPE, "");
+        // type is taken from the environment; numbers keep the C locale's decimal point. A
+        // locale the system lacks leaves the "C" one in place, which is no failure.
+        (void)std::setlocale(LC_CTYPE, "");
         rl_readline_name = "kalvos";
         rl_catch_signals = 0;
         rl_getc_function = ReadCharacter;

@@ -31,9 +31,13 @@ std::string LayOut(bool negative, const std::string& digits, int exponent) {
         if (magnitude < 10) text += '0';  // at least two digits, as printf writes them
         return text + std::to_string(magnitude);
     }
-    if (exponent < 0) return text + "0." + std::string(-exponent - 1, '0') + digits;
-    if (count <= exponent + 1) return text + digits + std::string(exponent + 1 - count, '0');
-    return text + digits.substr(0, exponent + 1) + "." + digits.substr(exponent + 1);
+    // Fixed form from here on: exponent is within [-4, 16), so every count below is small.
+    if (exponent < 0) {
+        return text + "0." + std::string(static_cast<std::size_t>(-exponent - 1), '0') + digits;
+    }
+    const std::size_t point = static_cast<std::size_t>(exponent) + 1;  // digits before the point
+    if (digits.size() <= point) return text + digits + std::string(point - digits.size(), '0');
+    return text + digits.substr(0, point) + "." + digits.substr(point);
 }
 
 // Bytes of a well-formed UTF-8 sequence that starts at `text[0]`, or 0 for a byte that
@@ -118,7 +122,7 @@ std::string FormatFixed(double value, int decimals) {
     if (const char* special = Special(value)) return special;
     const int length = std::snprintf(nullptr, 0, "%.*f", decimals, value);
     std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    std::snprintf(&text[0], text.size(), "%.*f", decimals, value);
+    (void)std::snprintf(&text[0], text.size(), "%.*f", decimals, value);  // measured above
     text.pop_back();
     return text;
 }

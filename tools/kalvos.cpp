@@ -103,11 +103,12 @@ std::string ReadFile(const std::string& path, Options& options) {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) throw FileError("cannot read '" + path + "': " + std::strerror(errno));
     try {
+        // Closing a file that was only read cannot lose anything: its result tells nothing.
         std::string text = ReadAll(file, path);
-        std::fclose(file);
+        (void)std::fclose(file);
         return text;
     } catch (...) {
-        std::fclose(file);
+        (void)std::fclose(file);
         throw;
     }
 }

@@ -121,7 +121,7 @@ TEST_F(Catalogue, RandomFunctions) {
     k.ComputeExpr("randinit(3)");
     for (int i = 0; i < 50; ++i) dice.push_back(k.ComputeExpr("randint(1.9,6.9)"));
     k.ComputeExpr("randinit(3)");
-    for (int i = 0; i < 50; ++i) EXPECT_EQ(k.ComputeExpr("randint(1,6)"), dice[i]);
+    for (std::size_t i = 0; i < 50; ++i) EXPECT_EQ(k.ComputeExpr("randint(1,6)"), dice[i]);
     EXPECT_EQ(std::set<double>(dice.begin(), dice.end()), (std::set<double>{1, 2, 3, 4, 5, 6}));
     for (int i = 0; i < 1000; ++i) {
         const double up = k.ComputeExpr("rand(0,10)"), down = k.ComputeExpr("rand(10,0)");

@@ -64,7 +64,8 @@ TEST(Readers, ReadNumberConvertsAsTheClassicStreamDoes) {
         if (gen() % 4) {
             static const long kTargets[][2] = {{-20, 41}, {290, 41}, {-345, 46}, {-420, 841}};
             const auto& range = kTargets[gen() % 4];
-            const long exponent = range[0] + long(gen() % range[1]) - long(intDigits) + 1;
+            const long exponent =
+                range[0] + long(gen() % static_cast<unsigned>(range[1])) - long(intDigits) + 1;
             literal += (gen() % 2 ? "e" : "E") + std::string(exponent < 0 ? "-" : "+") +
                        std::string(gen() % 3, '0') + std::to_string(std::labs(exponent));
         }

@@ -47,9 +47,10 @@ TEST(Threads, SeparateObjectsGiveTheResultsOfOneThread) {
         threads.emplace_back([&, t] {
             ++ready;  // start together, so that the evaluations overlap
             while (ready.load() < kThreads) std::this_thread::yield();
-            results[t] = RunAll(texts);
+            results[static_cast<std::size_t>(t)] = RunAll(texts);
         });
     }
     for (std::thread& thread : threads) thread.join();
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(results[t], expected) << "thread " << t;
+    for (int t = 0; t < kThreads; ++t)
+        EXPECT_EQ(results[static_cast<std::size_t>(t)], expected) << "thread " << t;
 }

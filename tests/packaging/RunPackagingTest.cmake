@@ -1,5 +1,5 @@
 # One packaging test, run as `cmake -P` by CTest. Variables:
-#   CASE         install, add_subdirectory or fetchcontent
+#   CASE         install, readme, add_subdirectory or fetchcontent
 #   SHARED       ON for a shared libkalvos, OFF for a static one
 #   SOURCE_DIR   the Kalvos source tree
 #   WORK_DIR     a scratch directory, emptied first
@@ -9,7 +9,10 @@
 #
 # install: builds Kalvos, installs it into WORK_DIR/prefix, checks the tree, then builds the
 # consumer against it with find_package and, when pkg-config is there, with pkg-config alone,
-# and runs both. add_subdirectory and fetchcontent: builds the consumer with Kalvos inside it.
+# and runs both. readme: the same, but Kalvos is built and installed by the commands of the
+# README's install recipe, as on a machine that has only CMake, Ninja and a C++ compiler:
+# GoogleTest, Google Benchmark, pkg-config (so libedit), Python, pybind11 and Fortran are
+# hidden from it. add_subdirectory and fetchcontent: builds the consumer with Kalvos inside it.
 cmake_minimum_required(VERSION 3.21)
 
 set(consumer_dir ${CMAKE_CURRENT_LIST_DIR}/consumer)
@@ -54,17 +57,22 @@ file(MAKE_DIRECTORY ${WORK_DIR})
 if(CASE STREQUAL "add_subdirectory" OR CASE STREQUAL "fetchcontent")
   build_consumer(${CASE} -DKALVOS_SOURCE_DIR=${SOURCE_DIR})
   return()
-elseif(NOT CASE STREQUAL "install")
+elseif(NOT CASE STREQUAL "install" AND NOT CASE STREQUAL "readme")
   message(FATAL_ERROR "Unknown CASE '${CASE}'")
 endif()
 
 set(build ${WORK_DIR}/kalvos)
 set(prefix ${WORK_DIR}/prefix)
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} ${generator_args}
-    -DBUILD_SHARED_LIBS=${SHARED} -DKALVOS_BUILD_TESTS=OFF -DKALVOS_BUILD_EXAMPLES=OFF
-    -DKALVOS_BUILD_TOOLS=${TOOLS} -DCMAKE_INSTALL_LIBDIR=lib)
-run(${CMAKE_COMMAND} --build ${build} --parallel 2)
-run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
+set(libdir lib)
+if(CASE STREQUAL "install")
+  run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} ${generator_args}
+      -DBUILD_SHARED_LIBS=${SHARED} -DKALVOS_BUILD_TESTS=OFF -DKALVOS_BUILD_EXAMPLES=OFF
+      -DKALVOS_BUILD_TOOLS=${TOOLS} -DCMAKE_INSTALL_LIBDIR=${libdir})
+  run(${CMAKE_COMMAND} --build ${build} --parallel 2)
+  run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix})
+else()
+  include(${CMAKE_CURRENT_LIST_DIR}/ReadmeRecipe.cmake)
+endif()
 
 # The installed tree.
 set(expected_files
@@ -75,20 +83,20 @@ set(expected_files
   include/kalvos/support/JObject.h
   include/kalvos/support/KalvosVars.h
   include/kalvos/support/RandomMersenne.h
-  lib/cmake/Kalvos/KalvosConfig.cmake
-  lib/cmake/Kalvos/KalvosConfigVersion.cmake
-  lib/cmake/Kalvos/KalvosTargets.cmake
-  lib/pkgconfig/kalvos.pc)
+  ${libdir}/cmake/Kalvos/KalvosConfig.cmake
+  ${libdir}/cmake/Kalvos/KalvosConfigVersion.cmake
+  ${libdir}/cmake/Kalvos/KalvosTargets.cmake
+  ${libdir}/pkgconfig/kalvos.pc)
 # Script mode knows no target platform; the names are those of the host, which builds for itself.
 if(CMAKE_HOST_WIN32)
-  set(library lib/kalvos.lib)
+  set(library ${libdir}/kalvos.lib)
   set(exe_suffix .exe)
 elseif(SHARED AND CMAKE_HOST_APPLE)
-  set(library lib/libkalvos.dylib)
+  set(library ${libdir}/libkalvos.dylib)
 elseif(SHARED)
-  set(library lib/libkalvos.so)
+  set(library ${libdir}/libkalvos.so)
 else()
-  set(library lib/libkalvos.a)
+  set(library ${libdir}/libkalvos.a)
 endif()
 list(APPEND expected_files ${library})
 set(tool_built OFF)
@@ -141,7 +149,7 @@ build_consumer(find_package -DCMAKE_PREFIX_PATH=${prefix})
 # pkg-config, with the compiler alone as a Makefile would use it.
 find_program(PKG_CONFIG NAMES pkg-config pkgconf)
 if(PKG_CONFIG)
-  set(pc_env PKG_CONFIG_PATH=${prefix}/lib/pkgconfig)
+  set(pc_env PKG_CONFIG_PATH=${prefix}/${libdir}/pkgconfig)
   foreach(query modversion cflags libs)
     execute_process(COMMAND ${CMAKE_COMMAND} -E env ${pc_env} ${PKG_CONFIG} --${query} kalvos
       RESULT_VARIABLE rc OUTPUT_VARIABLE pc_${query} OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -157,7 +165,7 @@ if(PKG_CONFIG)
   endif()
   run(${CXX_COMPILER} -std=c++17 ${pc_cflags} ${consumer_dir}/main.cpp
       -o ${WORK_DIR}/consumer-pkgconfig ${pc_libs})
-  check_consumer(${WORK_DIR}/consumer-pkgconfig LD_LIBRARY_PATH=${prefix}/lib)
+  check_consumer(${WORK_DIR}/consumer-pkgconfig LD_LIBRARY_PATH=${prefix}/${libdir})
   # A C program: --static adds the C++ runtime that a static library needs.
   if(C_COMPILER)
     execute_process(COMMAND ${CMAKE_COMMAND} -E env ${pc_env} ${PKG_CONFIG} --libs --static kalvos
@@ -165,7 +173,7 @@ if(PKG_CONFIG)
     separate_arguments(pc_static UNIX_COMMAND "${pc_static}")
     run(${C_COMPILER} -std=c99 ${pc_cflags} ${consumer_dir}/main.c
         -o ${WORK_DIR}/consumer-c ${pc_static})
-    check_consumer(${WORK_DIR}/consumer-c LD_LIBRARY_PATH=${prefix}/lib)
+    check_consumer(${WORK_DIR}/consumer-c LD_LIBRARY_PATH=${prefix}/${libdir})
   endif()
 else()
   message(STATUS "pkg-config not found: kalvos.pc not tried")

@@ -39,7 +39,9 @@ TEST(RandomMersenne, DerivedDrawsFollowTheRawOutput) {
     CRandomMersenne generator(99);
     std::mt19937 reference(99);
     for (int i = 0; i < 1000; ++i) {
-        const double high = reference() >> 5, low = reference() >> 6;
+        // 27 and 26 bits: exact as doubles.
+        const auto high = static_cast<double>(reference() >> 5);
+        const auto low = static_cast<double>(reference() >> 6);
         ASSERT_EQ(Bits(generator.Random()), Bits(std::ldexp(high * 67108864.0 + low, -53)));
     }
     const std::uint64_t span = (std::uint64_t{1} << 31) + 1;
