@@ -28,25 +28,23 @@ TEST(FormatNumber, LaysOutTheShortestDigitsAsReprDoes) {
     const struct {
         double Value;
         const char* Text;
-    } cases[] = {
-        {100000, "100000"},
-        {0.0001, "0.0001"},
-        {0.00001, "1e-05"},
-        {1.5e-7, "1.5e-07"},
-        {1e16, "1e+16"},
-        {9999999999999998, "9999999999999998"},
-        {0.1 + 0.2, "0.30000000000000004"},
-        {-2.5, "-2.5"},
-        {-0.0, "-0"},
-        {1e300, "1e+300"},
-        {123.456, "123.456"},
-        {5e-324, "5e-324"},
-        {1.7976931348623157e308, "1.7976931348623157e+308"},
-        {inf, "inf"},
-        {-inf, "-inf"},
-        {std::nan(""), "nan"},
-        {-std::nan(""), "nan"},
-    };
+    } cases[] = {{100000, "100000"},
+                 {0.0001, "0.0001"},
+                 {0.00001, "1e-05"},
+                 {1.5e-7, "1.5e-07"},
+                 {1e16, "1e+16"},
+                 {9999999999999998, "9999999999999998"},
+                 {0.1 + 0.2, "0.30000000000000004"},
+                 {-2.5, "-2.5"},
+                 {-0.0, "-0"},
+                 {1e300, "1e+300"},
+                 {123.456, "123.456"},
+                 {5e-324, "5e-324"},
+                 {1.7976931348623157e308, "1.7976931348623157e+308"},
+                 {inf, "inf"},
+                 {-inf, "-inf"},
+                 {std::nan(""), "nan"},
+                 {-std::nan(""), "nan"}};
     for (const auto& c : cases) EXPECT_EQ(cli::FormatNumber(c.Value), c.Text) << c.Text;
 }
 
@@ -69,18 +67,16 @@ TEST(Printable, EscapesControlsAndBrokenUtf8) {
     const struct {
         std::string Text;
         const char* Shown;
-    } cases[] = {
-        {"plain caf\xC3\xA9", "plain caf\xC3\xA9"},
-        {"\x1b[2J", "\\x1b[2J"},
-        {std::string("a\0b", 3), "a\\x00b"},
-        {"tab\there\x7f", "tab\\x09here\\x7f"},
-        {"\xC2\x9B"
-         "31m",
-         "\\xc2\\x9b31m"},                                        // C1 control written in UTF-8
-        {"\xFF\xC3(\xE0\x80\x80", "\\xff\\xc3(\\xe0\\x80\\x80"},  // invalid, overlong
-        {"\xED\xA0\x80", "\\xed\\xa0\\x80"},                      // surrogate
-        {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
-    };
+    } cases[] = {{"plain caf\xC3\xA9", "plain caf\xC3\xA9"},
+                 {"\x1b[2J", "\\x1b[2J"},
+                 {std::string("a\0b", 3), "a\\x00b"},
+                 {"tab\there\x7f", "tab\\x09here\\x7f"},
+                 {"\xC2\x9B"
+                  "31m",
+                  "\\xc2\\x9b31m"},  // C1 control written in UTF-8
+                 {"\xFF\xC3(\xE0\x80\x80", "\\xff\\xc3(\\xe0\\x80\\x80"},  // invalid, overlong
+                 {"\xED\xA0\x80", "\\xed\\xa0\\x80"},                      // surrogate
+                 {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"}};
     for (const auto& c : cases) EXPECT_EQ(cli::Printable(c.Text), c.Shown);
 }
 
@@ -100,24 +96,22 @@ TEST(ClassifyLine, TellsTheKindTargetAndBody) {
         K Kind;
         const char* Target;
         const char* Body;
-    } cases[] = {
-        {" \t\r", K::Blank, "", ""},
-        {"  // note", K::Comment, "", ""},
-        {"2 * a  // metres", K::Expression, "", "2 * a"},
-        {"a == 1", K::Expression, "", "a == 1"},
-        {"a <= 1 @@ b >= 2 @@ c != 3", K::Expression, "", "a <= 1 @@ b >= 2 @@ c != 3"},
-        {"a = 2 // metres", K::Assignment, "a", "2"},
-        {"a=b==c", K::Assignment, "a", "b==c"},
-        {"x[i + 1][j==2] = 5\r", K::Assignment, "x[i + 1][j==2]", "5"},
-        {"case = $run_[a] // kept ", K::TextAssignment, "case", "$run_[a] // kept "},
-        {"$ text = [a] // kept\r", K::Text, "", "$ text = [a] // kept"},
-        {"a b = 3", K::BadTarget, "a b", ""},
-        {"2x = 1", K::BadTarget, "2x", ""},
-        {"x [2] = 1", K::BadTarget, "x [2]", ""},
-        {"x[2 = 1", K::BadTarget, "x[2", ""},
-        {"= 1", K::BadTarget, "", ""},
-        {"a // b = 3", K::Expression, "", "a"},
-    };
+    } cases[] = {{" \t\r", K::Blank, "", ""},
+                 {"  // note", K::Comment, "", ""},
+                 {"2 * a  // metres", K::Expression, "", "2 * a"},
+                 {"a == 1", K::Expression, "", "a == 1"},
+                 {"a <= 1 @@ b >= 2 @@ c != 3", K::Expression, "", "a <= 1 @@ b >= 2 @@ c != 3"},
+                 {"a = 2 // metres", K::Assignment, "a", "2"},
+                 {"a=b==c", K::Assignment, "a", "b==c"},
+                 {"x[i + 1][j==2] = 5\r", K::Assignment, "x[i + 1][j==2]", "5"},
+                 {"case = $run_[a] // kept ", K::TextAssignment, "case", "$run_[a] // kept "},
+                 {"$ text = [a] // kept\r", K::Text, "", "$ text = [a] // kept"},
+                 {"a b = 3", K::BadTarget, "a b", ""},
+                 {"2x = 1", K::BadTarget, "2x", ""},
+                 {"x [2] = 1", K::BadTarget, "x [2]", ""},
+                 {"x[2 = 1", K::BadTarget, "x[2", ""},
+                 {"= 1", K::BadTarget, "", ""},
+                 {"a // b = 3", K::Expression, "", "a"}};
     for (const auto& c : cases) {
         const cli::Line line = cli::ClassifyLine(c.Text);
         EXPECT_EQ(line.Kind, c.Kind) << c.Text;
