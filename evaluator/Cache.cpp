@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "evaluator/Kalvos.h"
 
@@ -62,19 +63,33 @@ void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
     Seen.clear();
 }
 
-// A text is kept from its second sight on: the hashes of texts seen lately, one a slot, the
-// newest in its slot winning. A hash met again is (but for a 64-bit collision, which only
-// keeps a text early) a text met again.
+// A text is kept from its second sight on: the hashes of texts seen lately, each in one of two
+// slots its hash chooses. A hash met again is (but for a 64-bit collision, which only keeps a
+// text early) a text met again. With one slot a text, two texts a host evaluates in turn that
+// share it would push each other out for ever and never be kept; here a newcomer takes a free
+// slot of its two, or moves the occupant of its first one on to that hash's other slot, and
+// so on a few times, as cuckoo hashing does. The table is at least twice the cache, so only
+// a far older text drops out.
 bool Kalvos::SeenBefore(std::uint64_t hash) {
     if (Seen.empty()) {
         std::size_t size = 2;
         while (size < 2 * CacheMaxEntries) size *= 2;
         Seen.assign(size, 0);
     }
-    std::uint64_t& slot = Seen[hash & (Seen.size() - 1)];
-    const bool seen = slot == hash;
-    slot = hash;
-    return seen;
+    const std::size_t mask = Seen.size() - 1;
+    const auto slots = [mask](std::uint64_t h) {
+        return std::pair<std::size_t, std::size_t>(h & mask, (h >> 32) & mask);
+    };
+    const auto [first, second] = slots(hash);
+    if (Seen[first] == hash || Seen[second] == hash) return true;
+    std::size_t slot = Seen[first] != 0 && Seen[second] == 0 ? second : first;
+    std::uint64_t moving = hash;
+    for (int move = 0; move < 8 && moving != 0; ++move) {
+        std::swap(moving, Seen[slot]);
+        const auto [one, other] = slots(moving);
+        slot = one != slot ? one : other;
+    }
+    return false;
 }
 
 std::size_t Kalvos::GetCacheCount() const { return CacheCount; }

@@ -85,6 +85,16 @@ TEST(Compiled, CacheKeepsWithinItsLimits) {
     EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);
 }
 
+// A host evaluating its formulas in turn, time step after time step, finds them all kept
+// from the second step on, also those whose hashes share a slot of the table of texts seen.
+TEST(Compiled, TextsEvaluatedInTurnAreAllKept) {
+    Kalvos k;
+    for (int step = 0; step < 2; ++step) {
+        for (int i = 0; i < 500; ++i) k.ComputeExpr(std::to_string(i) + "*2");
+    }
+    EXPECT_EQ(k.GetCacheCount(), 500u);
+}
+
 // A program is as large as its text makes it, whatever the object compiled before.
 TEST(Compiled, ProgramSizeDependsOnItsTextAlone) {
     Kalvos fresh, used;
