@@ -66,9 +66,9 @@ void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
 // A text is kept from its second sight on: the hashes of texts seen lately, each in one of two
 // slots its hash chooses. A hash met again is (but for a 64-bit collision, which only keeps a
 // text early) a text met again. With one slot a text, two texts a host evaluates in turn that
-// share it would push each other out for ever and never be kept; here a newcomer takes a free
-// slot of its two, or moves the occupant of its first one on to that hash's other slot, and
-// so on a few times, as cuckoo hashing does. The table is at least twice the cache, so only
+// share it would push each other out for ever and never be kept; here a newcomer takes its
+// first slot when free, else its second, moving the occupant on to that hash's other slot,
+// and so on a few times, as cuckoo hashing does. The table is at least twice the cache, so only
 // a far older text drops out.
 bool Kalvos::SeenBefore(std::uint64_t hash) {
     if (Seen.empty()) {
@@ -82,7 +82,7 @@ bool Kalvos::SeenBefore(std::uint64_t hash) {
     };
     const auto [first, second] = slots(hash);
     if (Seen[first] == hash || Seen[second] == hash) return true;
-    std::size_t slot = Seen[first] != 0 && Seen[second] == 0 ? second : first;
+    std::size_t slot = Seen[first] == 0 ? first : second;
     std::uint64_t moving = hash;
     for (int move = 0; move < 8 && moving != 0; ++move) {
         std::swap(moving, Seen[slot]);

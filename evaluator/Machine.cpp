@@ -160,7 +160,8 @@ double Kalvos::CallAt(const Code& code, std::uint32_t pc, const double* slots) {
 }
 
 // The name of an indexed variable with computed indices, built when the run reaches it, into
-// NameBuf, where a failure's message finds it.
+// NameBuf, where a failure's message finds it. A built name ends in digits, so it is never the
+// keyword "true" or "false".
 MessageId Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, double* slots) {
     const Instr& in = code.Instrs[pc];
     const std::uint32_t* aux = code.Aux + in.B;
@@ -172,14 +173,9 @@ MessageId Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, double* slots)
         NameBuf.append(digits, converted.ptr);
     }
     const unsigned int idx = Vars->FindVar(NameBuf);
-    double& value = slots[in.Dst];
-    if (idx == KalvosVars::kNoVar) {
-        value = EqualsLower(NameBuf, "true") ? 1.0 : 0.0;
-        const bool keyword = value == 1.0 || EqualsLower(NameBuf, "false");
-        return keyword ? MessageId::Count : MessageId::NoVariable;
-    }
+    if (idx == KalvosVars::kNoVar) return MessageId::NoVariable;
     if (!Vars->VarIsNum(idx)) return MessageId::NotNumeric;
-    value = *Vars->GetNumAddress(idx);
+    slots[in.Dst] = *Vars->GetNumAddress(idx);
     return MessageId::Count;
 }
 

@@ -4,7 +4,6 @@
 #include <pthread.h>
 
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
@@ -32,11 +31,7 @@ using texts::Nest;
 using texts::Repeat;
 
 // The bit pattern of a double, so that -0.0 and the last bit count.
-inline std::uint64_t Bits(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
+using diff::BitsOf;
 
 // How printf writes the NaN an invalid operation gives on this machine ("-nan" on x86-64):
 // the library's functions give that one too.

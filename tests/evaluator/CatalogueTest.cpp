@@ -77,7 +77,7 @@ TEST_F(Catalogue, EveryEntry) {
                                                      {"randint(3,3)", 3},
                                                      {"wavelength(9,0,5)", 0}};
     for (const auto& [text, value] : values) EXPECT_EQ(k.ComputeExpr(text), value) << text;
-    EXPECT_EQ(Bits(k.ComputeExpr("max(-0,0)")), Bits(-0.0));  // the earlier of equals
+    EXPECT_EQ(BitsOf(k.ComputeExpr("max(-0,0)")), BitsOf(-0.0));  // the earlier of equals
     vars.SetVarStr("Dp", "0.5");
     EXPECT_RAISES(k.ComputeExpr("roundposx(1)"), "GetVarNum",
                   "The variable 'Dp' is not a numeric variable.");
@@ -116,7 +116,7 @@ TEST_F(Catalogue, RandomFunctions) {
     k.ComputeExpr("randinit(7.9)");
     CRandomMersenne reference(7);
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(Bits(k.ComputeExpr("rand()")), Bits(reference.Random()));
+        ASSERT_EQ(BitsOf(k.ComputeExpr("rand()")), BitsOf(reference.Random()));
     std::vector<double> dice;
     k.ComputeExpr("randinit(3)");
     for (int i = 0; i < 50; ++i) dice.push_back(k.ComputeExpr("randint(1.9,6.9)"));

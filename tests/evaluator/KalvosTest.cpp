@@ -44,7 +44,7 @@ TEST(Kalvos, ObjectsMadeInOneSecondDrawAlike) {
         Kalvos first, second;
         if (std::time(nullptr) != before) continue;
         for (int i = 0; i < 10; ++i) {
-            ASSERT_EQ(Bits(first.ComputeExpr("rand()")), Bits(second.ComputeExpr("rand()")));
+            ASSERT_EQ(BitsOf(first.ComputeExpr("rand()")), BitsOf(second.ComputeExpr("rand()")));
         }
         return;
     }

@@ -1,4 +1,5 @@
 #include <clocale>
+#include <cstring>
 #include <locale>
 #include <random>
 #include <sstream>
@@ -35,7 +36,7 @@ TEST(Readers, ReadNumberTakesOneLiteralFromTheFront) {
     for (const auto& [text, value] : cases) {
         const std::size_t end = text.find(' ');
         std::string rest;
-        EXPECT_EQ(Bits(Read(fun::StrWithoutChar(text, ' '), rest)), Bits(value)) << text;
+        EXPECT_EQ(BitsOf(Read(fun::StrWithoutChar(text, ' '), rest)), BitsOf(value)) << text;
         EXPECT_EQ(rest, end == std::string::npos ? text : text.substr(end + 1)) << text;
     }
     std::string text = "12";
@@ -75,7 +76,7 @@ TEST(Readers, ReadNumberConvertsAsTheClassicStreamDoes) {
         stream >> expected;
         const double value = Read(literal + "*x", rest, k);
         failures += stream.fail();
-        ASSERT_EQ(Bits(value), Bits(stream.fail() ? std::nan("") : expected)) << literal;
+        ASSERT_EQ(BitsOf(value), BitsOf(stream.fail() ? std::nan("") : expected)) << literal;
         ASSERT_EQ(rest, stream.fail() ? literal + "*x" : "*x") << literal;
     }
     EXPECT_GT(failures, 10000);  // the overflows were reached

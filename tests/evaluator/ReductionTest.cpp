@@ -12,7 +12,7 @@ TEST_F(Reduction, ValuesAndMessages) {
         {"nan!=nan", 1},  {"nan@@1", 1},      {"tRuE+1", 2}, {"False", 0}, {"x[1+1]", 20},
         {"x[-0.5]", 100}, {"x[x[0]/50]", 20}, {"1.5*2", 3},  {"True", 7}};
     for (const auto& [text, value] : values) EXPECT_EQ(k.ComputeExpr(text), value) << text;
-    EXPECT_EQ(Bits(k.ComputeExpr("0*-1")), Bits(-0.0));
+    EXPECT_EQ(BitsOf(k.ComputeExpr("0*-1")), BitsOf(-0.0));
     const std::pair<const char*, const char*> failures[] = {
         {"()", "[]: Expression is invalid."},
         {"2*(1+*3)", "[1+*3]: Operator at position 3 is invalid."},
@@ -73,7 +73,7 @@ TEST_F(Reduction, AgreesWithTheRule) {
         const std::string error = reference::Reduce(text, expected);
         if (error.empty()) {
             ++evaluated;
-            ASSERT_EQ(Bits(k.ComputExpr(text)), Bits(expected)) << text;
+            ASSERT_EQ(BitsOf(k.ComputExpr(text)), BitsOf(expected)) << text;
         } else {
             EXPECT_RAISES(k.ComputExpr(text), "ComputExpr", "Evaluating [" + text + "]: " + error);
         }

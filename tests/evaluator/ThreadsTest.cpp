@@ -21,7 +21,7 @@ std::vector<std::string> RunAll(const std::vector<std::string>& texts) {
         try {
             outcomes.push_back(i % 5 == 0   ? k.ComputeExprStr(texts[i], " (threads)")
                                : i % 5 == 1 ? std::to_string(k.ComputeExprBool(texts[i]))
-                                            : std::to_string(Bits(k.ComputeExpr(texts[i]))));
+                                            : std::to_string(BitsOf(k.ComputeExpr(texts[i]))));
         } catch (const JException& e) {
             outcomes.push_back(e.GetMethod() + ": " + e.GetText());
         }

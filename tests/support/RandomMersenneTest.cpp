@@ -42,7 +42,7 @@ TEST(RandomMersenne, DerivedDrawsFollowTheRawOutput) {
         // 27 and 26 bits: exact as doubles.
         const auto high = static_cast<double>(reference() >> 5);
         const auto low = static_cast<double>(reference() >> 6);
-        ASSERT_EQ(Bits(generator.Random()), Bits(std::ldexp(high * 67108864.0 + low, -53)));
+        ASSERT_EQ(BitsOf(generator.Random()), BitsOf(std::ldexp(high * 67108864.0 + low, -53)));
     }
     const std::uint64_t span = (std::uint64_t{1} << 31) + 1;
     const std::uint64_t limit = (std::uint64_t{1} << 32) - (std::uint64_t{1} << 32) % span;
