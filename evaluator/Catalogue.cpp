@@ -12,7 +12,7 @@ struct Kalvos::CatalogueEntry {
     // variable, so a call with constant parameters may be computed once, when compiling.
     bool Pure;
     std::string_view Description;
-    double (*Compute)(const Kalvos& k, const double* p, unsigned int count);
+    Builtin Compute;
 };
 
 namespace {
@@ -177,9 +177,9 @@ std::uint32_t Kalvos::CatalogueIndex(const CatalogueEntry& entry) {
     return static_cast<std::uint32_t>(&entry - Catalogue(size));
 }
 
-double Kalvos::CallBuiltin(std::uint32_t index, const double* values, unsigned int count) const {
+Kalvos::Builtin Kalvos::BuiltinAt(std::uint32_t index) {
     std::size_t size = 0;
-    return Catalogue(size)[index].Compute(*this, values, count);
+    return Catalogue(size)[index].Compute;
 }
 
 double Kalvos::CallBuiltin(const CatalogueEntry& entry, const double* values,

@@ -33,14 +33,16 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Elems.clear();
     w.Operands.clear();
     w.Params.clear();
-    w.Instrs.clear();
+    w.Drafts.clear();
     w.Sites.clear();
     w.Links.clear();
+    w.ArgRefs.clear();
     w.Aux.clear();
     w.Slots.clear();
     w.Names.clear();
     w.Result = 0;
     w.FirstFault = kNone;
+    w.AccSlot = kNoSlot;
     w.Done = false;
     w.Requested = false;
     w.Matched = false;
@@ -107,7 +109,7 @@ void Kalvos::CompileLevels() {
         w.Elems.resize(w.Frames.back().ElemStart);
         w.Frames.pop_back();
         if (w.Frames.empty()) {
-            w.Result = SlotOf(value);
+            w.Result = RefOf(value);
             break;
         }
         Deliver(w.Frames.back(), value);
@@ -150,7 +152,7 @@ void Kalvos::Deliver(Frame& frame, const Operand& value) {
             const std::uint32_t end = frame.Resume - 1;
             if (!value.Constant) {
                 AddSite(MessageId::NegativeIndex, __LINE__, frame.Begin, frame.End, begin, end);
-                Emit(Op::CheckIndex, 0, value.Slot, 0);
+                Emit({Op::CheckIndex, 0, 0, 0, value.Where, 0, 0}, false);
             } else if (TruncToInt(value.Value) < 0) {
                 return Fail(MessageId::NegativeIndex, __LINE__, frame.Begin, frame.End, begin, end);
             }
@@ -200,12 +202,14 @@ void Kalvos::FinishVariable(Frame& frame) {
         const std::uint32_t aux = Size32(w.Aux.size());
         w.Aux.push_back(frame.NameBegin);
         w.Aux.push_back(frame.NameEnd - frame.NameBegin);
+        w.Aux.push_back(Size32(w.ArgRefs.size()));
         for (auto index = first; index != w.Operands.end(); ++index) {
-            w.Aux.push_back(SlotOf(*index));
+            w.ArgRefs.push_back(RefOf(*index));
         }
+        const auto count = static_cast<std::uint8_t>(w.Operands.end() - first);
         value = {0.0, NewTemporary(), false, true};
         AddSite(MessageId::NoVariable, __LINE__, frame.Begin, frame.End);
-        Emit(Op::LoadIndexed, value.Slot, Size32(w.Aux.size()) - aux - 2, aux);
+        Emit({Op::LoadIndexed, count, 0, aux, 0, 0, value.Where}, true);
     }
     w.Operands.resize(frame.OperandStart);
     frame.Waiting = Wait::None;
@@ -261,13 +265,14 @@ void Kalvos::FinishCall(Frame& frame) {
     if (constant && CheckNumberValue(value.Value) == 0) {
         value.Constant = true;
     } else {
-        const std::uint32_t aux = Size32(w.Aux.size());
-        for (std::uint32_t i = 0; i < frame.ParamCount; ++i) w.Aux.push_back(SlotOf(params[i]));
+        const std::uint32_t args = Size32(w.ArgRefs.size());
+        for (std::uint32_t i = 0; i < frame.ParamCount; ++i) w.ArgRefs.push_back(RefOf(params[i]));
         value = {0.0, NewTemporary(), false, true};
         AddSite(MessageId::InvalidResult, __LINE__, frame.NameBegin, frame.NameEnd, frame.ArgsBegin,
                 frame.ArgsEnd);
-        Emit(Op::Call, value.Slot, CatalogueIndex(*entry), aux,
-             static_cast<std::uint8_t>(frame.ParamCount));
+        Emit({Op::Call, static_cast<std::uint8_t>(frame.ParamCount),
+              static_cast<std::uint16_t>(CatalogueIndex(*entry)), args, 0, 0, value.Where},
+             true);
     }
     w.Operands.resize(frame.OperandStart);
     w.Params.resize(frame.ParamStart);
@@ -277,8 +282,8 @@ void Kalvos::FinishCall(Frame& frame) {
 }
 
 // A variable named by the text: resolved against the store now and again whenever the store
-// has changed before a run, so that the run only copies its value; the first one that does
-// not resolve raises where it is read. A name the text spells is kept as a range of the text
+// has changed before a run, so that the run reads its number in place; the first one that
+// does not resolve raises where it is read. A name the text spells is kept as a range of the text
 // (from nameBegin); one built from constant indices (nameBegin kNone) after the text, in Names.
 Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd,
                                      std::uint32_t nameBegin, std::string_view name) {
@@ -287,26 +292,24 @@ Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t lev
         nameBegin = Size32(w.Text.size() + w.Names.size());
         w.Names.append(name);
     }
-    const std::uint32_t slot = NewTemporary();
     Link& link = w.Links.emplace_back();
     link.NameBegin = nameBegin;
     link.NameLength = Size32(name.size());
     link.LevelBegin = levelBegin;
     link.LevelLength = levelEnd - levelBegin;
-    link.Slot = slot;
-    link.Pc = Size32(w.Instrs.size());
+    link.Pc = Size32(w.Drafts.size());
     link.Line = __LINE__;
     Resolve(link, name);
     if (link.Fault != MessageId::Count && w.FirstFault == kNone) {
         w.FirstFault = Size32(w.Links.size() - 1);
     }
-    return {0.0, slot, false, false};
+    return {0.0, kLinkRef | Size32(w.Links.size() - 1), false, false};
 }
 
 // The site of the instruction emitted next.
 void Kalvos::AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
                      std::uint32_t begin2, std::uint32_t end2, int number) {
-    Work.Sites.push_back({Size32(Work.Instrs.size()), id, line, begin1, end1 - begin1, begin2,
+    Work.Sites.push_back({Size32(Work.Drafts.size()), id, line, begin1, end1 - begin1, begin2,
                           end2 - begin2, number});
 }
 
@@ -315,7 +318,7 @@ void Kalvos::AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t
 void Kalvos::Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
                   std::uint32_t begin2, std::uint32_t end2, int number) {
     AddSite(id, line, begin1, end1, begin2, end2, number);
-    Emit(Op::Raise, 0, 0, 0);
+    Emit({Op::Raise, 0, 0, 0, 0, 0, 0}, false);
     Work.Done = true;
 }
 
@@ -347,27 +350,64 @@ std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageI
     return open;
 }
 
+// The program in the builder's arrays, for a run while nothing is compiled.
 Kalvos::Code Kalvos::BuiltCode() {
-    const Builder& w = Work;
+    Builder& w = Work;
+    w.Instrs.resize(w.Drafts.size());
+    w.Args.resize(w.ArgRefs.size());
+    w.Patches.resize(2 * w.Drafts.size() + w.ArgRefs.size() + 1);
     Code code;
     code.Instrs = w.Instrs.data();
     code.Sites = w.Sites.data();
-    code.Links = Work.Links.data();
+    code.Links = w.Links.data();
+    code.Args = w.Args.data();
     code.Aux = w.Aux.data();
-    code.Slots = Work.Slots.data();
+    code.Slots = w.Slots.data();
     code.Text = w.Text.data();
     code.Names = w.Names.data();
-    code.InstrCount = Size32(w.Instrs.size());
+    code.InstrCount = Size32(w.Drafts.size());
     code.SiteCount = Size32(w.Sites.size());
     code.LinkCount = Size32(w.Links.size());
+    code.ArgCount = Size32(w.ArgRefs.size());
     code.AuxCount = Size32(w.Aux.size());
     code.SlotCount = Size32(w.Slots.size());
     code.TextLength = Size32(w.Text.size());
     code.NamesLength = Size32(w.Names.size());
-    code.Result = w.Result;
     code.LinkedVersion = Vars->GetVersion();
     code.FirstFault = w.FirstFault == kNone ? code.LinkCount : w.FirstFault;
+    Lower(code, w.Patches.data());
+    code.Patches = w.Patches.data();
     return code;
+}
+
+// The drafts become instructions that hold the addresses of their operands: slots of the
+// code, or the numbers of its links, each of which leaves a patch for when it is resolved
+// again. Operands an instruction does not read are left null.
+void Kalvos::Lower(Code& code, Patch* patches) {
+    const Builder& w = Work;
+    Patch* const first = patches;
+    for (std::uint32_t pc = 0; pc < code.InstrCount; ++pc) {
+        const Draft& d = w.Drafts[pc];
+        Instr& in = code.Instrs[pc];
+        in = {d.Code, d.Count, d.Fn, d.Extra, nullptr, nullptr, nullptr};
+        const bool infix = d.Code >= Op::MulMM && d.Code <= Op::OrMA;
+        if (infix || d.Code == Op::CheckIndex) in.A = Address(code, d.A, pc, Field::A, patches);
+        if (infix || d.Code <= Op::NotA) in.B = Address(code, d.B, pc, Field::B, patches);
+        if (d.Code == Op::Call) in.Function = BuiltinAt(d.Fn);
+        if (d.Code != Op::CheckIndex && d.Code != Op::Raise) in.Dst = code.Slots + d.Dst;
+    }
+    for (std::uint32_t i = 0; i < code.ArgCount; ++i) {
+        code.Args[i] = Address(code, w.ArgRefs[i], i, Field::Arg, patches);
+    }
+    code.Result = Address(code, w.Result, 0, Field::Result, patches);
+    code.PatchCount = Size32(static_cast<std::size_t>(patches - first));
+}
+
+const double* Kalvos::Address(const Code& code, Ref ref, std::uint32_t at, Field where,
+                              Patch*& patches) {
+    if ((ref & kLinkRef) == 0) return code.Slots + ref;
+    *patches++ = {ref & ~kLinkRef, at, where};
+    return code.Links[ref & ~kLinkRef].Value;
 }
 
 namespace {
@@ -375,7 +415,7 @@ namespace {
 template <typename T>
 T* Place(char* block, std::size_t& offset, const T* from, std::size_t count) {
     T* to = reinterpret_cast<T*>(block + offset);
-    if (count > 0) std::memcpy(static_cast<void*>(to), from, count * sizeof(T));
+    if (count > 0 && from != nullptr) std::memcpy(static_cast<void*>(to), from, count * sizeof(T));
     offset += count * sizeof(T);
     return to;
 }
@@ -383,12 +423,13 @@ T* Place(char* block, std::size_t& offset, const T* from, std::size_t count) {
 }  // namespace
 
 // The builder's program in one block: the arrays of 8-byte alignment first, then those of 4,
-// then the characters.
+// then the characters. Its instructions are lowered again, to the block's own slots.
 Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) {
     const Code built = BuiltCode();
     const std::size_t bytes = (sizeof(Program) + 7) / 8 * 8 + built.SlotCount * sizeof(double) +
                               built.LinkCount * sizeof(Link) + built.InstrCount * sizeof(Instr) +
-                              built.SiteCount * sizeof(Site) +
+                              built.ArgCount * sizeof(const double*) +
+                              built.SiteCount * sizeof(Site) + built.PatchCount * sizeof(Patch) +
                               built.AuxCount * sizeof(std::uint32_t) + raw.size() +
                               built.TextLength + built.NamesLength;
     char* block = static_cast<char*>(::operator new(bytes));
@@ -398,12 +439,16 @@ Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) {
     code = built;
     code.Slots = Place(block, offset, built.Slots, built.SlotCount);
     code.Links = Place(block, offset, built.Links, built.LinkCount);
-    code.Instrs = Place(block, offset, built.Instrs, built.InstrCount);
+    code.Instrs = Place<Instr>(block, offset, nullptr, built.InstrCount);
+    code.Args = Place<const double*>(block, offset, nullptr, built.ArgCount);
     code.Sites = Place(block, offset, built.Sites, built.SiteCount);
+    Patch* const patches = Place<Patch>(block, offset, nullptr, built.PatchCount);
     code.Aux = Place(block, offset, built.Aux, built.AuxCount);
     program->Raw = Place(block, offset, raw.data(), raw.size());
     code.Text = Place(block, offset, built.Text, built.TextLength);
     code.Names = Place(block, offset, built.Names, built.NamesLength);
+    Lower(code, patches);
+    code.Patches = patches;
     program->RawLength = raw.size();
     program->Hash = hash;
     program->Bytes = bytes;

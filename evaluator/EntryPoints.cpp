@@ -1,6 +1,27 @@
 #include <utility>
 
 #include "evaluator/Kalvos.h"
+#include "support/KalvosVars.h"
+
+// Inlined into the entry points, so that a known program costs one call, of the run. A
+// program without instructions that reads no faulty variable (a constant, or one variable)
+// needs no run at all.
+inline double Kalvos::Execute(Code& code) {
+    if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
+    if (code.InstrCount == 0 && code.FirstFault == code.LinkCount) return *code.Result;
+    const double value = Run(code);
+    if (Halt.Id != MessageId::Count) RaiseHalt(code);
+    return value;
+}
+
+// A failure unwinds as few frames as it can. The report is kept in the object, not in a
+// frame, so that no frame between the throw and the host has anything to clean up:
+// unwinding is the most of what a failure costs.
+void Kalvos::RaiseHalt(const Code& code) {
+    Report = Describe(code, Halt);
+    Halt.Id = MessageId::Count;
+    RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
+}
 
 // Every numeric evaluation is a run of compiled code: the program of a known text is taken
 // from the cache, a new text is compiled first.
@@ -62,15 +83,22 @@ Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& er
     return compiled;
 }
 
+// A host that computes one handle again and again finds its texts in place already.
 double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
+    if (compiled.Owner != Serial || Current.Get() != compiled.Prog.Get() ||
+        ErrorText != compiled.ErrorText) {
+        Adopt(compiled);
+    }
+    return Execute(Current.Get()->Body);
+}
+
+void Kalvos::Adopt(const CompiledExpr& compiled) {
     if (compiled.Owner != Serial) {
         Raise<MessageId::ForeignCompiled>(__LINE__, compiled.ErrorText, compiled.ExprText);
     }
-    // A host that computes one handle again and again finds its texts in place already.
     if (Current.Get() != compiled.Prog.Get()) {
         ExprText = compiled.ExprText;
         Current = compiled.Prog;
     }
     if (ErrorText != compiled.ErrorText) ErrorText = compiled.ErrorText;
-    return Execute(Current.Get()->Body);
 }

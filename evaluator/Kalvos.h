@@ -191,34 +191,91 @@ private:
     // them; a fault found while compiling becomes a Raise at the point where reading the text
     // meets it. So a run does what reading the text would do, in the same order.
 
-    // The operators have the numbers of their TpOper; OP_None's number is the negation.
+    // A value that an instruction leaves is also kept in a register, the accumulator, so
+    // that the next instruction, which most often reads it, does not wait for memory. Each
+    // operator therefore comes in forms: its operands read in place (M), or one of them the
+    // accumulator (A). The prefix operators first, two forms each, then the infix operators
+    // in the order of their TpOper, three forms each: MM, AM (left is the accumulator), MA.
     enum class Op : std::uint8_t {
-        Neg,
-        Not,
-        Mul,
-        Div,
-        Add,
-        Sub,
-        Eq,
-        Neq,
-        Lt,
-        Gt,
-        Le,
-        Ge,
-        And,
-        Or,
-        Call,         // Dst = catalogue entry A of Count parameters, slots in Aux from B
-        CheckIndex,   // raises when slot A, truncated, is negative
-        LoadIndexed,  // Dst = the variable named by Aux[B], Aux[B+1], with A indices appended
+        NegM,
+        NegA,
+        NotM,
+        NotA,
+        MulMM,
+        MulAM,
+        MulMA,
+        DivMM,
+        DivAM,
+        DivMA,
+        AddMM,
+        AddAM,
+        AddMA,
+        SubMM,
+        SubAM,
+        SubMA,
+        EqMM,
+        EqAM,
+        EqMA,
+        NeqMM,
+        NeqAM,
+        NeqMA,
+        LtMM,
+        LtAM,
+        LtMA,
+        GtMM,
+        GtAM,
+        GtMA,
+        LeMM,
+        LeAM,
+        LeMA,
+        GeMM,
+        GeAM,
+        GeMA,
+        AndMM,
+        AndAM,
+        AndMA,
+        OrMM,
+        OrAM,
+        OrMA,
+        Call,         // catalogue entry Fn of Count parameters, read through Args from Extra
+        CheckIndex,   // raises when A, truncated, is negative
+        LoadIndexed,  // the variable named by Aux[Extra], Aux[Extra+1], with Count indices
+                      // appended, read through Args from Aux[Extra+2]
         Raise,        // raises the failure of its site
     };
+    enum class Form : std::uint8_t { MM, AM, MA };
 
+    /// A reference to a value while compiling: a slot of the program (constants and
+    /// temporaries), or with kLinkRef set a variable, by the number of its link.
+    using Ref = std::uint32_t;
+    static constexpr Ref kLinkRef = 0x80000000u;
+
+    /// An instruction as the compiler emits it, its operands references.
+    struct Draft {
+        Op Code;
+        std::uint8_t Count;
+        std::uint16_t Fn;
+        std::uint32_t Extra;
+        Ref A, B;
+        std::uint32_t Dst;
+    };
+
+    /// The computation of a built-in function.
+    using Builtin = double (*)(const Kalvos& k, const double* p, unsigned int count);
+
+    /// An instruction as it runs: its operands are read where they live, a variable's number
+    /// in the store. A call holds its function in place of its second operand.
     struct Instr {
         Op Code;
         std::uint8_t Count;
-        std::uint32_t Dst;
-        std::uint32_t A;
-        std::uint32_t B;
+        std::uint16_t Fn;
+        std::uint32_t Extra;
+        const double* A;
+        union {
+            const double* B;
+            Builtin Function;
+        };
+        double* Dst;
     };
 
     /// What an instruction that may raise needs for its message: its texts are ranges of the
@@ -233,29 +290,40 @@ private:
     };
 
     /// A variable the text names directly (indices constant), resolved against the store once
-    /// per store version. Its value is copied into its slot before each run.
+    /// per store version. The instructions that read it hold its address (see Patch).
     struct Link {
         const double* Value;                    // into the store, or a keyword's value
         std::uint32_t NameBegin, NameLength;    // in the text, or past its end in the names
         std::uint32_t LevelBegin, LevelLength;  // the text that first names it
-        std::uint32_t Slot;
-        std::uint32_t Pc;  // where the run first reaches it
+        std::uint32_t Pc;                       // where the run first reaches it
         int Line;
         MessageId Fault;  // MessageId::Count while it resolves to a number
     };
 
+    /// A place of the program that holds a link's address, rewritten when the link is
+    /// resolved again.
+    enum class Field : std::uint8_t { A, B, Arg, Result };
+    struct Patch {
+        std::uint32_t Link;
+        std::uint32_t At;  // the instruction, or the entry of Args
+        Field Where;
+    };
+
     /// The arrays of one compiled text, wherever they are kept.
     struct Code {
-        const Instr* Instrs = nullptr;
+        Instr* Instrs = nullptr;
         const Site* Sites = nullptr;
         Link* Links = nullptr;
+        const Patch* Patches = nullptr;
+        const double** Args = nullptr;
         const std::uint32_t* Aux = nullptr;
         double* Slots = nullptr;
+        const double* Result = nullptr;
         const char* Text = nullptr;
         const char* Names = nullptr;
-        std::uint32_t InstrCount = 0, SiteCount = 0, LinkCount = 0, AuxCount = 0;
-        std::uint32_t SlotCount = 0, TextLength = 0, NamesLength = 0;
-        std::uint32_t Result = 0;
+        std::uint32_t InstrCount = 0, SiteCount = 0, LinkCount = 0, PatchCount = 0;
+        std::uint32_t ArgCount = 0, AuxCount = 0, SlotCount = 0;
+        std::uint32_t TextLength = 0, NamesLength = 0;
         std::uint64_t LinkedVersion = 0;  // the store version the links were resolved in
         std::uint32_t FirstFault = 0;     // the first link that raises, or LinkCount
     };
@@ -315,10 +383,10 @@ private:
     enum class Wait : std::uint8_t { None, Group, Index, Param };
 
     /// An element of a level while compiling: an operator, or a number that is a constant or
-    /// a slot. Sixteen bytes, since the passes move elements about.
+    /// has a reference. Sixteen bytes, since the passes move elements about.
     struct Operand {
         double Value;
-        std::uint32_t Slot;
+        Ref Where;
         bool Constant;
         bool Temporary;
         std::uint8_t Oper = OP_None;  // a TpOper; OP_None for a number
@@ -350,18 +418,24 @@ private:
         std::vector<Element> Elems;
         std::vector<Operand> Operands;
         std::vector<std::uint32_t> Params;
-        std::vector<Instr> Instrs;
+        std::vector<Draft> Drafts;
         std::vector<Site> Sites;
         std::vector<Link> Links;
+        std::vector<Ref> ArgRefs;  // the parameters of calls and the indices of variables
         std::vector<std::uint32_t> Aux;
         std::vector<double> Slots;
+        // The run's form of the last text compiled with the cache off.
+        std::vector<Instr> Instrs;
+        std::vector<const double*> Args;
+        std::vector<Patch> Patches;
         std::vector<std::uint32_t> OpenParens, OpenBrackets;
         std::string Names;
         std::uint32_t Request[3];  // a level to open next: begin, end, depth
         bool Requested;
         bool Matched;  // Match is made when the first span needs it
-        std::uint32_t Result;
+        Ref Result;
         std::uint32_t FirstFault;
+        std::uint32_t AccSlot;  // the slot whose value the last instruction left in the accumulator
         bool Done;
     };
 
@@ -380,16 +454,18 @@ private:
     Operand LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd, std::uint32_t nameBegin,
                          std::string_view name);
     bool ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& value);
-    std::uint32_t SlotOf(const Operand& operand) {
-        if (!operand.Constant) return operand.Slot;
+    Ref RefOf(const Operand& operand) {
+        if (!operand.Constant) return operand.Where;
         Work.Slots.push_back(operand.Value);
-        return static_cast<std::uint32_t>(Work.Slots.size() - 1);
+        return static_cast<Ref>(Work.Slots.size() - 1);
     }
-    std::uint32_t NewTemporary() { return SlotOf({0.0, 0, true, false}); }
-    void Emit(Op code, std::uint32_t dst, std::uint32_t a, std::uint32_t b,
-              std::uint8_t count = 0) {
-        Work.Instrs.push_back({code, count, dst, a, b});
+    std::uint32_t NewTemporary() { return RefOf({0.0, 0, true, false}); }
+    /// An instruction that leaves a value in `dst` and the accumulator, or none.
+    void Emit(const Draft& draft, bool leavesValue) {
+        Work.Drafts.push_back(draft);
+        Work.AccSlot = leavesValue ? draft.Dst : kNoSlot;
     }
+    static constexpr std::uint32_t kNoSlot = 0xFFFFFFFFu;
     void AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
                  std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
     void Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
@@ -397,6 +473,9 @@ private:
     std::uint32_t SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing, int line);
     Code BuiltCode();
     ProgramRef Freeze(std::string_view raw, std::uint64_t hash);
+    void Lower(Code& code, Patch* patches);
+    const double* Address(const Code& code, Ref ref, std::uint32_t at, Field where,
+                          Patch*& patches);
 
     // Scan.cpp
     bool ScanLevel(Frame& frame);
@@ -408,6 +487,7 @@ private:
     bool ApplyInfixOperators(std::uint32_t pass, const Frame& frame, Element* list,
                              std::uint32_t& count);
     Operand Combine(TpOper oper, const Operand& a, const Operand& b);
+    Op FormOf(TpOper oper, Ref a, Ref b) const;
 
     /// Where a run stopped, when it met a failure: the instruction (or the variable, for a
     /// name that does not resolve), and the value or built name its message needs.
@@ -419,29 +499,22 @@ private:
     };
 
     // Machine.cpp
-    /// Runs the code and raises its failure, if any, in the caller's frame: a failure unwinds
-    /// as few frames as it can.
-    /// The report is kept in the object, not in a frame, so that no frame between the throw
-    /// and the host has anything to clean up: unwinding is the most of what a failure costs.
-    double Execute(Code& code) {
-        Fault fault;
-        const double value = Run(code, fault);
-        if (fault.Id != MessageId::Count) {
-            Report = Describe(code, fault);
-            RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text,
-                          Report.File);
-        }
-        return value;
-    }
-    double Run(Code& code, Fault& fault);
+    /// Runs the code and raises its failure, if any, in the caller's frame (EntryPoints.cpp,
+    /// where every call of it is).
+    inline double Execute(Code& code);
+    [[noreturn]] void RaiseHalt(const Code& code);
+    /// Makes the handle's texts and program the object's current ones; raises for a handle
+    /// of another object.
+    void Adopt(const CompiledExpr& compiled);
+    /// Leaves a failure in Halt.
+    double Run(const Code& code);
     MessageReport Describe(const Code& code, const Fault& fault) const;
     void Relink(Code& code) const;
     void Resolve(Link& link, std::string_view name) const;
     static std::string_view LinkName(const Code& code, const Link& link);
     static const Site& SiteAt(const Code& code, std::uint32_t pc);
     MessageReport DescribeText(MessageId id, int line, std::string_view text) const;
-    double CallAt(const Code& code, std::uint32_t pc, const double* slots);
-    MessageId LoadIndexed(const Code& code, std::uint32_t pc, double* slots);
+    MessageId LoadIndexed(const Code& code, const Instr& in, double& value);
 
     // Cache.cpp
     static std::uint64_t HashText(std::string_view text);
@@ -523,7 +596,7 @@ private:
     static const CatalogueEntry* FindBuiltin(std::string_view name, unsigned int count);
     static bool IsPure(const CatalogueEntry& entry);
     static std::uint32_t CatalogueIndex(const CatalogueEntry& entry);
-    double CallBuiltin(std::uint32_t index, const double* values, unsigned int count) const;
+    static Builtin BuiltinAt(std::uint32_t index);
     double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
     double RoundPosOnAxis(double p, const char* axisVariable) const;
 
@@ -548,5 +621,6 @@ private:
     std::string NameBuf;   // the name of an indexed variable, built at run time
     ProgramRef Current;    // the program of the text ExprText holds, when it has one that is kept
     MessageReport Report;  // the failure of the last run that failed
+    Fault Halt;            // where the run stopped, while it is raised
     std::uint64_t Serial = 0;
 };

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
@@ -22,100 +23,128 @@ const char* ResultLabel(int code) {
 
 }  // namespace
 
+// Every opcode has its case, so the jump table needs no bounds check.
+#if defined(__GNUC__)
+#define KALVOS_UNREACHABLE() __builtin_unreachable()
+#elif defined(_MSC_VER)
+#define KALVOS_UNREACHABLE() __assume(0)
+#else
+#define KALVOS_UNREACHABLE() break
+#endif
+
+// An infix operator in its three forms (see Op): both operands read in place, the left one
+// the accumulator, the right one the accumulator.
+#define KALVOS_INFIX(OPER)                            \
+    case Op::OPER##MM:                                \
+        acc = ApplyOperator(OP_##OPER, *in.A, *in.B); \
+        break;                                        \
+    case Op::OPER##AM:                                \
+        acc = ApplyOperator(OP_##OPER, acc, *in.B);   \
+        break;                                        \
+    case Op::OPER##MA:                                \
+        acc = ApplyOperator(OP_##OPER, *in.A, acc);   \
+        break;
+
+// A division by zero raises before the quotient is taken.
+#define KALVOS_DIVIDE(FORM, LEFT, RIGHT)            \
+    case Op::Div##FORM: {                           \
+        const double divisor = RIGHT;               \
+        if (divisor == 0.0) {                       \
+            failure = MessageId::DivisionByZero;    \
+            goto stop;                              \
+        }                                           \
+        acc = ApplyOperator(OP_Div, LEFT, divisor); \
+        break;                                      \
+    }
+
 // Runs compiled code against the store as it is now. Variables named by the text are
-// resolved once per store version and copied into their slots; the first that does not
-// resolve stops the run where the text reads it. A failure stops the run and is described in
-// `fault`; the caller raises it.
-double Kalvos::Run(Code& code, Fault& fault) {
-    if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
-    double* const v = code.Slots;
-    for (std::uint32_t i = 0; i < code.LinkCount; ++i) v[code.Links[i].Slot] = *code.Links[i].Value;
+// resolved once per store version, and read where the store keeps them; the first that does
+// not resolve stops the run where the text reads it. Every value an instruction computes
+// goes to its slot and stays in the accumulator for the next. A failure stops the run and is
+// described in Halt; the caller raises it.
+double Kalvos::Run(const Code& code) {
     const bool faulty = code.FirstFault < code.LinkCount;
-    const std::uint32_t end = faulty ? code.Links[code.FirstFault].Pc : code.InstrCount;
+    const Instr* const end =
+        code.Instrs + (faulty ? code.Links[code.FirstFault].Pc : code.InstrCount);
     MessageId failure = MessageId::Count;
-    std::uint32_t pc = 0;
-    for (; pc < end; ++pc) {
-        const Instr& in = code.Instrs[pc];
+    double acc = 0.0;
+    const Instr* at = code.Instrs;
+    for (; at != end; ++at) {
+        const Instr& in = *at;
         switch (in.Code) {
-            case Op::Neg:
-                v[in.Dst] = ApplyPrefix(OP_None, v[in.A]);
+            case Op::NegM:
+                acc = ApplyPrefix(OP_None, *in.B);
                 break;
-            case Op::Not:
-                v[in.Dst] = ApplyPrefix(OP_Not, v[in.A]);
+            case Op::NegA:
+                acc = ApplyPrefix(OP_None, acc);
                 break;
-            case Op::Mul:
-                v[in.Dst] = ApplyOperator(OP_Mul, v[in.A], v[in.B]);
+            case Op::NotM:
+                acc = ApplyPrefix(OP_Not, *in.B);
                 break;
-            case Op::Div:
-                if (v[in.B] == 0.0) {
-                    failure = MessageId::DivisionByZero;
-                    goto stop;
-                }
-                v[in.Dst] = ApplyOperator(OP_Div, v[in.A], v[in.B]);
+            case Op::NotA:
+                acc = ApplyPrefix(OP_Not, acc);
                 break;
-            case Op::Add:
-                v[in.Dst] = ApplyOperator(OP_Add, v[in.A], v[in.B]);
-                break;
-            case Op::Sub:
-                v[in.Dst] = ApplyOperator(OP_Sub, v[in.A], v[in.B]);
-                break;
-            case Op::Eq:
-                v[in.Dst] = ApplyOperator(OP_Eq, v[in.A], v[in.B]);
-                break;
-            case Op::Neq:
-                v[in.Dst] = ApplyOperator(OP_Neq, v[in.A], v[in.B]);
-                break;
-            case Op::Lt:
-                v[in.Dst] = ApplyOperator(OP_Lt, v[in.A], v[in.B]);
-                break;
-            case Op::Gt:
-                v[in.Dst] = ApplyOperator(OP_Gt, v[in.A], v[in.B]);
-                break;
-            case Op::Le:
-                v[in.Dst] = ApplyOperator(OP_Le, v[in.A], v[in.B]);
-                break;
-            case Op::Ge:
-                v[in.Dst] = ApplyOperator(OP_Ge, v[in.A], v[in.B]);
-                break;
-            case Op::And:
-                v[in.Dst] = ApplyOperator(OP_And, v[in.A], v[in.B]);
-                break;
-            case Op::Or:
-                v[in.Dst] = ApplyOperator(OP_Or, v[in.A], v[in.B]);
-                break;
-            case Op::Call:
-                v[in.Dst] = CallAt(code, pc, v);
-                if (CheckNumberValue(v[in.Dst]) != 0) {
+                KALVOS_INFIX(Mul)
+                KALVOS_DIVIDE(MM, *in.A, *in.B)
+                KALVOS_DIVIDE(AM, acc, *in.B)
+                KALVOS_DIVIDE(MA, *in.A, acc)
+                KALVOS_INFIX(Add)
+                KALVOS_INFIX(Sub)
+                KALVOS_INFIX(Eq)
+                KALVOS_INFIX(Neq)
+                KALVOS_INFIX(Lt)
+                KALVOS_INFIX(Gt)
+                KALVOS_INFIX(Le)
+                KALVOS_INFIX(Ge)
+                KALVOS_INFIX(And)
+                KALVOS_INFIX(Or)
+            case Op::Call: {
+                const double* const* args = code.Args + in.Extra;
+                double values[kMaxParameters];
+                for (unsigned int i = 0; i < in.Count; ++i) values[i] = *args[i];
+                acc = in.Function(*this, values, in.Count);
+                if (!std::isfinite(acc)) {
                     failure = MessageId::InvalidResult;
-                    fault.Value = v[in.Dst];
+                    Halt.Value = acc;
                     goto stop;
                 }
                 break;
+            }
             case Op::CheckIndex:
-                if (TruncToInt(v[in.A]) < 0) {
+                if (TruncToInt(*in.A) < 0) {
                     failure = MessageId::NegativeIndex;
                     goto stop;
                 }
-                break;
+                continue;
             case Op::LoadIndexed:
-                failure = LoadIndexed(code, pc, v);
+                failure = LoadIndexed(code, in, acc);
                 if (failure != MessageId::Count) goto stop;
                 break;
             case Op::Raise:
-                failure = SiteAt(code, pc).Id;
+                failure = SiteAt(code, static_cast<std::uint32_t>(at - code.Instrs)).Id;
                 goto stop;
+            default:
+                KALVOS_UNREACHABLE();
         }
+        *in.Dst = acc;
     }
-    if (!faulty) return v[code.Result];
-    fault.Id = code.Links[code.FirstFault].Fault;
-    fault.Variable = &code.Links[code.FirstFault];
+    if (!faulty) return *code.Result;
+    Halt.Id = code.Links[code.FirstFault].Fault;
+    Halt.Variable = &code.Links[code.FirstFault];
+    Halt.Pc = 0;
     return 0.0;
 stop:
-    fault.Id = failure;
-    fault.Pc = pc;
+    Halt.Id = failure;
+    Halt.Pc = static_cast<std::uint32_t>(at - code.Instrs);
+    Halt.Variable = nullptr;
     return 0.0;
 }
 
+#undef KALVOS_INFIX
+#undef KALVOS_DIVIDE
+#undef KALVOS_UNREACHABLE
+
+// Resolves every link again and writes its address wherever the code reads it.
 void Kalvos::Relink(Code& code) const {
     code.FirstFault = code.LinkCount;
     for (std::uint32_t i = 0; i < code.LinkCount; ++i) {
@@ -123,6 +152,24 @@ void Kalvos::Relink(Code& code) const {
         Resolve(link, LinkName(code, link));
         if (link.Fault != MessageId::Count && code.FirstFault == code.LinkCount)
             code.FirstFault = i;
+    }
+    for (std::uint32_t i = 0; i < code.PatchCount; ++i) {
+        const Patch& patch = code.Patches[i];
+        const double* value = code.Links[patch.Link].Value;
+        switch (patch.Where) {
+            case Field::A:
+                code.Instrs[patch.At].A = value;
+                break;
+            case Field::B:
+                code.Instrs[patch.At].B = value;
+                break;
+            case Field::Arg:
+                code.Args[patch.At] = value;
+                break;
+            case Field::Result:
+                code.Result = value;
+                break;
+        }
     }
     code.LinkedVersion = Vars->GetVersion();
 }
@@ -151,31 +198,23 @@ std::string_view Kalvos::LinkName(const Code& code, const Link& link) {
     return {names + link.NameBegin, link.NameLength};
 }
 
-// Every parameter was evaluated before the call.
-double Kalvos::CallAt(const Code& code, std::uint32_t pc, const double* slots) {
-    const Instr& in = code.Instrs[pc];
-    double values[kMaxParameters];
-    for (unsigned int i = 0; i < in.Count; ++i) values[i] = slots[code.Aux[in.B + i]];
-    return CallBuiltin(in.A, values, in.Count);
-}
-
 // The name of an indexed variable with computed indices, built when the run reaches it, into
 // NameBuf, where a failure's message finds it. A built name ends in digits, so it is never the
 // keyword "true" or "false".
-MessageId Kalvos::LoadIndexed(const Code& code, std::uint32_t pc, double* slots) {
-    const Instr& in = code.Instrs[pc];
-    const std::uint32_t* aux = code.Aux + in.B;
+MessageId Kalvos::LoadIndexed(const Code& code, const Instr& in, double& value) {
+    const std::uint32_t* aux = code.Aux + in.Extra;
+    const double* const* indices = code.Args + aux[2];
     NameBuf.assign(code.Text + aux[0], aux[1]);
-    for (std::uint32_t i = 0; i < in.A; ++i) {
+    for (std::uint32_t i = 0; i < in.Count; ++i) {
         char digits[16];
         const auto converted =
-            std::to_chars(digits, digits + sizeof digits, TruncToInt(slots[aux[2 + i]]));
+            std::to_chars(digits, digits + sizeof digits, TruncToInt(*indices[i]));
         NameBuf.append(digits, converted.ptr);
     }
     const unsigned int idx = Vars->FindVar(NameBuf);
     if (idx == KalvosVars::kNoVar) return MessageId::NoVariable;
     if (!Vars->VarIsNum(idx)) return MessageId::NotNumeric;
-    slots[in.Dst] = *Vars->GetNumAddress(idx);
+    value = *Vars->GetNumAddress(idx);
     return MessageId::Count;
 }
 

@@ -92,12 +92,24 @@ Kalvos::Operand Kalvos::Combine(TpOper oper, const Operand& a, const Operand& b)
         return {ApplyOperator(oper, a.Value, b.Value), 0, true, false};
     }
     const Operand& reused = prefix || !a.Temporary ? b : a;
-    const std::uint32_t dst = reused.Temporary ? reused.Slot : NewTemporary();
-    if (prefix) {
-        Emit(static_cast<Op>(oper), dst, SlotOf(b), 0);
-    } else {
-        const std::uint32_t left = SlotOf(a);
-        Emit(static_cast<Op>(oper), dst, left, SlotOf(b));
-    }
+    const std::uint32_t dst = reused.Temporary ? reused.Where : NewTemporary();
+    const Ref left = prefix ? 0 : RefOf(a);
+    const Ref right = RefOf(b);
+    Emit({FormOf(oper, left, right), 0, 0, 0, left, right, dst}, true);
     return {0.0, dst, false, true};
+}
+
+// The form that reads the accumulator for the operand the instruction before left there.
+Kalvos::Op Kalvos::FormOf(TpOper oper, Ref a, Ref b) const {
+    const std::uint32_t acc = Work.AccSlot;
+    if (oper == OP_None || oper == OP_Not) {
+        const auto first = static_cast<unsigned int>(oper == OP_Not ? Op::NotM : Op::NegM);
+        return static_cast<Op>(first + (b == acc ? 1u : 0u));
+    }
+    const Form form = a == acc ? Form::AM : b == acc ? Form::MA : Form::MM;
+    static_assert(static_cast<unsigned int>(Op::OrMA) - static_cast<unsigned int>(Op::MulMM) ==
+                      3 * (OP_Or - OP_Mul) + 2,
+                  "three forms for each infix operator, in the order of TpOper");
+    return static_cast<Op>(static_cast<unsigned int>(Op::MulMM) + 3 * (oper - OP_Mul) +
+                           static_cast<unsigned int>(form));
 }
