@@ -116,10 +116,13 @@ double Kalvos::Run(const Code& code) {
                     goto stop;
                 }
                 continue;
-            case Op::LoadIndexed:
-                failure = LoadIndexed(code, in, acc);
+            case Op::LoadIndexed: {
+                double loaded = 0.0;  // not the accumulator, which stays in a register
+                failure = LoadIndexed(code, in, loaded);
                 if (failure != MessageId::Count) goto stop;
+                acc = loaded;
                 break;
+            }
             case Op::Raise:
                 failure = SiteAt(code, static_cast<std::uint32_t>(at - code.Instrs)).Id;
                 goto stop;
