@@ -353,9 +353,14 @@ std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageI
 // The program in the builder's arrays, for a run while nothing is compiled.
 Kalvos::Code Kalvos::BuiltCode() {
     Builder& w = Work;
-    w.Instrs.resize(w.Drafts.size());
-    w.Args.resize(w.ArgRefs.size());
-    w.Patches.resize(2 * w.Drafts.size() + w.ArgRefs.size() + 1);
+    // Grown, never shrunk: Lower writes every entry it uses, and filling new ones with zeros at
+    // each text would cost a tenth of a compilation.
+    const auto grow = [](auto& vector, std::size_t size) {
+        if (vector.size() < size) vector.resize(size);
+    };
+    grow(w.Instrs, w.Drafts.size());
+    grow(w.Args, w.ArgRefs.size());
+    grow(w.Patches, 2 * w.Drafts.size() + w.ArgRefs.size() + 1);
     Code code;
     code.Instrs = w.Instrs.data();
     code.Sites = w.Sites.data();

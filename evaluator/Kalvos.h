@@ -185,64 +185,32 @@ public:
 
 private:
     // ---- The compiled form of a text -------------------------------------------------------
-    // A text compiles to straight-line code over a file of value slots: constants, the values
-    // of the variables it names and temporaries. Operands are evaluated in the order the text
-    // reads, each level's operators after its operands, in the order the reduction applies
-    // them; a fault found while compiling becomes a Raise at the point where reading the text
-    // meets it. So a run does what reading the text would do, in the same order.
+    // A text compiles to straight-line code over a file of value slots (constants and
+    // temporaries) and the numbers of the variables it names, read where the store keeps them.
+    // Operands are evaluated in the order the text reads, each level's operators after its
+    // operands, in the order the reduction applies them; a fault found while compiling becomes
+    // a Raise at the point where reading the text meets it. So a run does what reading the
+    // text would do, in the same order.
 
     // A value that an instruction leaves is also kept in a register, the accumulator, so
     // that the next instruction, which most often reads it, does not wait for memory. Each
     // operator therefore comes in forms: its operands read in place (M), or one of them the
     // accumulator (A). The prefix operators first, two forms each, then the infix operators
     // in the order of their TpOper, three forms each: MM, AM (left is the accumulator), MA.
+    // clang-format off
     enum class Op : std::uint8_t {
-        NegM,
-        NegA,
-        NotM,
-        NotA,
-        MulMM,
-        MulAM,
-        MulMA,
-        DivMM,
-        DivAM,
-        DivMA,
-        AddMM,
-        AddAM,
-        AddMA,
-        SubMM,
-        SubAM,
-        SubMA,
-        EqMM,
-        EqAM,
-        EqMA,
-        NeqMM,
-        NeqAM,
-        NeqMA,
-        LtMM,
-        LtAM,
-        LtMA,
-        GtMM,
-        GtAM,
-        GtMA,
-        LeMM,
-        LeAM,
-        LeMA,
-        GeMM,
-        GeAM,
-        GeMA,
-        AndMM,
-        AndAM,
-        AndMA,
-        OrMM,
-        OrAM,
-        OrMA,
+        NegM, NegA, NotM, NotA,
+        MulMM, MulAM, MulMA, DivMM, DivAM, DivMA, AddMM, AddAM, AddMA, SubMM, SubAM, SubMA,
+        EqMM, EqAM, EqMA, NeqMM, NeqAM, NeqMA,
+        LtMM, LtAM, LtMA, GtMM, GtAM, GtMA, LeMM, LeAM, LeMA, GeMM, GeAM, GeMA,
+        AndMM, AndAM, AndMA, OrMM, OrAM, OrMA,
         Call,         // catalogue entry Fn of Count parameters, read through Args from Extra
         CheckIndex,   // raises when A, truncated, is negative
         LoadIndexed,  // the variable named by Aux[Extra], Aux[Extra+1], with Count indices
                       // appended, read through Args from Aux[Extra+2]
         Raise,        // raises the failure of its site
     };
+    // clang-format on
     enum class Form : std::uint8_t { MM, AM, MA };
 
     /// A reference to a value while compiling: a slot of the program (constants and
