@@ -3,32 +3,26 @@
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
-// Inlined into the entry points, so that a known program costs one call, of the run. A
-// program without instructions that reads no faulty variable (a constant, or one variable)
-// needs no run at all.
+// Inlined into the entry points, which end in the run as a tail call: a failure, which the
+// run raises itself, then unwinds no frame of the library but the run's own. A program without
+// instructions that reads no faulty variable (a constant, or one variable) needs no run.
 inline double Kalvos::Execute(Code& code) {
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
     if (code.InstrCount == 0 && code.FirstFault == code.LinkCount) return *code.Result;
-    const double value = Run(code);
-    if (Halt.Id != MessageId::Count) RaiseHalt(code);
-    return value;
+    return Run(code);
 }
 
-// A failure unwinds as few frames as it can. The report is kept in the object, not in a
-// frame, so that no frame between the throw and the host has anything to clean up:
-// unwinding is the most of what a failure costs.
-void Kalvos::RaiseHalt(const Code& code) {
-    Report = Describe(code, Halt);
-    Halt.Id = MessageId::Count;
-    RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
-}
-
-// Every numeric evaluation is a run of compiled code: the program of a known text is taken
-// from the cache, a new text is compiled first.
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (ErrorText != errortext) ErrorText = errortext;
     // A known text is usually the one of the last call: compared, neither copied nor looked up.
-    if (Current.Get() != nullptr && ExprText == expr) return Execute(Current.Get()->Body);
+    const bool known = Current.Get() != nullptr && ExprText == expr;
+    return Execute(known ? Current.Get()->Body : Prepare(std::move(expr)));
+}
+
+// The code of a text other than the last one: found in the cache, or compiled, into a program
+// of its own when the text is to be kept, else into the builder's arrays. A text read once,
+// as a file of formulas is, costs no more than with the cache off.
+Kalvos::Code& Kalvos::Prepare(std::string&& expr) {
     ExprText = std::move(expr);
     Current = ProgramRef();
     const std::uint64_t hash = Cacheable(ExprText) ? HashText(ExprText) : 0;
@@ -38,12 +32,11 @@ double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     } else if (hash != 0 && SeenBefore(hash)) {
         Current = CompileKept(ExprText, hash);
     } else {
-        // A text read once, as a file of formulas is, costs no more than with the cache off.
         Compile(ExprText, Mode::Entry);
-        Code code = BuiltCode();
-        return Execute(code);
+        Loose = BuiltCode();
+        return Loose;
     }
-    return Execute(Current.Get()->Body);
+    return Current.Get()->Body;
 }
 
 // The four literals are answered without evaluating, and without touching ExprText and
@@ -61,14 +54,14 @@ bool Kalvos::ComputeExprBool(std::string expr, const std::string& errortext) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 double Kalvos::ComputExpr(std::string text) {
     Compile(text, Mode::Expr);
-    Code code = BuiltCode();
-    return Execute(code);
+    Loose = BuiltCode();
+    return Execute(Loose);
 }
 
 double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
     Compile(args, Mode::Func, name);
-    Code code = BuiltCode();
-    return Execute(code);
+    Loose = BuiltCode();
+    return Execute(Loose);
 }
 
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {

@@ -467,14 +467,11 @@ private:
     };
 
     // Machine.cpp
-    /// Runs the code and raises its failure, if any, in the caller's frame (EntryPoints.cpp,
-    /// where every call of it is).
     inline double Execute(Code& code);
-    [[noreturn]] void RaiseHalt(const Code& code);
     /// Makes the handle's texts and program the object's current ones; raises for a handle
     /// of another object.
     void Adopt(const CompiledExpr& compiled);
-    /// Leaves a failure in Halt.
+    Code& Prepare(std::string&& expr);
     double Run(const Code& code);
     MessageReport Describe(const Code& code, const Fault& fault) const;
     void Relink(Code& code) const;
@@ -590,5 +587,6 @@ private:
     ProgramRef Current;    // the program of the text ExprText holds, when it has one that is kept
     MessageReport Report;  // the failure of the last run that failed
     Fault Halt;            // where the run stopped, while it is raised
+    Code Loose;            // the code of the last text compiled without a program of its own
     std::uint64_t Serial = 0;
 };

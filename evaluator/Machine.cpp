@@ -60,8 +60,8 @@ const char* ResultLabel(int code) {
 // Runs compiled code against the store as it is now. Variables named by the text are
 // resolved once per store version, and read where the store keeps them; the first that does
 // not resolve stops the run where the text reads it. Every value an instruction computes
-// goes to its slot and stays in the accumulator for the next. A failure stops the run and is
-// described in Halt; the caller raises it.
+// goes to its slot and stays in the accumulator for the next. A failure stops the run, which
+// raises it.
 double Kalvos::Run(const Code& code) {
     const bool faulty = code.FirstFault < code.LinkCount;
     const Instr* const end =
@@ -135,12 +135,17 @@ double Kalvos::Run(const Code& code) {
     Halt.Id = code.Links[code.FirstFault].Fault;
     Halt.Variable = &code.Links[code.FirstFault];
     Halt.Pc = 0;
-    return 0.0;
+    goto raise;
 stop:
     Halt.Id = failure;
     Halt.Pc = static_cast<std::uint32_t>(at - code.Instrs);
     Halt.Variable = nullptr;
-    return 0.0;
+raise:
+    // Raised here, in the frame of the run, which the entry points reach by a tail call: the
+    // unwinding meets no other frame of the library. The report is kept in the object, so that
+    // no frame between the throw and the host has anything to clean up.
+    Report = Describe(code, Halt);
+    RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
 }
 
 #undef KALVOS_INFIX
