@@ -391,6 +391,7 @@ Kalvos::Code Kalvos::BuiltCode() {
 void Kalvos::Lower(Code& code, Patch* patches) {
     const Builder& w = Work;
     Patch* const first = patches;
+    code.Calls = false;
     for (std::uint32_t pc = 0; pc < code.InstrCount; ++pc) {
         const Draft& d = w.Drafts[pc];
         Instr& in = code.Instrs[pc];
@@ -399,6 +400,8 @@ void Kalvos::Lower(Code& code, Patch* patches) {
         if (infix || d.Code == Op::CheckIndex) in.A = Address(code, d.A, pc, Field::A, patches);
         if (infix || d.Code <= Op::NotA) in.B = Address(code, d.B, pc, Field::B, patches);
         if (d.Code == Op::Call) in.Function = BuiltinAt(d.Fn);
+        code.Calls = code.Calls || d.Code == Op::Call || d.Code == Op::CheckIndex ||
+                     d.Code == Op::LoadIndexed;
         if (d.Code != Op::CheckIndex && d.Code != Op::Raise) in.Dst = code.Slots + d.Dst;
     }
     for (std::uint32_t i = 0; i < code.ArgCount; ++i) {

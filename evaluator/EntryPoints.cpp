@@ -9,7 +9,17 @@
 inline double Kalvos::Execute(Code& code) {
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
     if (code.InstrCount == 0 && code.FirstFault == code.LinkCount) return *code.Result;
-    return Run(code);
+    return code.Calls ? Run<true>(code) : Run<false>(code);
+}
+
+// The run reaches this by a tail call, as the entry point reaches the run, so the unwinding
+// meets no frame of the library but this one. It is not marked as never returning and is
+// defined apart from the run: either would make the calls to it calls rather than jumps. The
+// report is kept in the object, so that no frame between the throw and the host has anything
+// to clean up.
+double Kalvos::RaiseHalt(const Code& code) {
+    Report = Describe(code, Halt);
+    RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
 }
 
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {

@@ -294,6 +294,7 @@ private:
         std::uint32_t TextLength = 0, NamesLength = 0;
         std::uint64_t LinkedVersion = 0;  // the store version the links were resolved in
         std::uint32_t FirstFault = 0;     // the first link that raises, or LinkCount
+        bool Calls = false;               // an instruction calls out of the run
     };
 
     /// A compiled text in one block of memory, shared by the cache and the handles, which
@@ -472,7 +473,12 @@ private:
     /// of another object.
     void Adopt(const CompiledExpr& compiled);
     Code& Prepare(std::string&& expr);
+    /// kCalls for code that calls out of the run (a function, a computed variable, an index
+    /// check); the run of code that does not needs no frame of its own.
+    template <bool kCalls>
     double Run(const Code& code);
+    /// Raises the failure described in Halt; never returns.
+    double RaiseHalt(const Code& code);
     MessageReport Describe(const Code& code, const Fault& fault) const;
     void Relink(Code& code) const;
     void Resolve(Link& link, std::string_view name) const;

@@ -62,6 +62,7 @@ const char* ResultLabel(int code) {
 // not resolve stops the run where the text reads it. Every value an instruction computes
 // goes to its slot and stays in the accumulator for the next. A failure stops the run, which
 // raises it.
+template <bool kCalls>
 double Kalvos::Run(const Code& code) {
     const bool faulty = code.FirstFault < code.LinkCount;
     const Instr* const end =
@@ -99,6 +100,7 @@ double Kalvos::Run(const Code& code) {
                 KALVOS_INFIX(And)
                 KALVOS_INFIX(Or)
             case Op::Call: {
+                if (!kCalls) KALVOS_UNREACHABLE();
                 const double* const* args = code.Args + in.Extra;
                 double values[kMaxParameters];
                 for (unsigned int i = 0; i < in.Count; ++i) values[i] = *args[i];
@@ -111,12 +113,14 @@ double Kalvos::Run(const Code& code) {
                 break;
             }
             case Op::CheckIndex:
+                if (!kCalls) KALVOS_UNREACHABLE();
                 if (TruncToInt(*in.A) < 0) {
                     failure = MessageId::NegativeIndex;
                     goto stop;
                 }
                 continue;
             case Op::LoadIndexed: {
+                if (!kCalls) KALVOS_UNREACHABLE();
                 double loaded = 0.0;  // not the accumulator, which stays in a register
                 failure = LoadIndexed(code, in, loaded);
                 if (failure != MessageId::Count) goto stop;
@@ -135,18 +139,16 @@ double Kalvos::Run(const Code& code) {
     Halt.Id = code.Links[code.FirstFault].Fault;
     Halt.Variable = &code.Links[code.FirstFault];
     Halt.Pc = 0;
-    goto raise;
+    return RaiseHalt(code);
 stop:
     Halt.Id = failure;
     Halt.Pc = static_cast<std::uint32_t>(at - code.Instrs);
     Halt.Variable = nullptr;
-raise:
-    // Raised here, in the frame of the run, which the entry points reach by a tail call: the
-    // unwinding meets no other frame of the library. The report is kept in the object, so that
-    // no frame between the throw and the host has anything to clean up.
-    Report = Describe(code, Halt);
-    RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
+    return RaiseHalt(code);
 }
+
+template double Kalvos::Run<true>(const Code& code);
+template double Kalvos::Run<false>(const Code& code);
 
 #undef KALVOS_INFIX
 #undef KALVOS_DIVIDE

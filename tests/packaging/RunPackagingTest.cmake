@@ -129,7 +129,9 @@ if(SHARED AND NM AND CMAKE_HOST_UNIX AND NOT CMAKE_HOST_APPLE)
     if(symbol MATCHES "^Kalvos::ComputeExpr\\(")
       set(found_api ON)
     endif()
+    # A member template's instance is demangled with its return type first.
     if(symbol STREQUAL "" OR symbol MATCHES "^${public}::" OR symbol MATCHES "^fun::"
+       OR symbol MATCHES "^[a-z]+ ${public}::[A-Za-z]+<"
        OR symbol MATCHES "^kalvos_[a-z_]+$"
        OR symbol MATCHES "^(typeinfo|typeinfo name|vtable) for ${public}$"
        OR symbol MATCHES "std::|__gnu_cxx::")
