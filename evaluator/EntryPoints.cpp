@@ -3,9 +3,9 @@
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
-// Inlined into the entry points, which end in the run as a tail call: a failure, which the
-// run raises itself, then unwinds no frame of the library but the run's own. A program without
-// instructions that reads no faulty variable (a constant, or one variable) needs no run.
+// Inlined into the entry points, which end in the run as a tail call, as the run ends in
+// RaiseHalt on a failure. A program without instructions that reads no faulty variable (a
+// constant, or one variable) needs no run.
 inline double Kalvos::Execute(Code& code) {
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
     if (code.InstrCount == 0 && code.FirstFault == code.LinkCount) return *code.Result;

@@ -393,7 +393,7 @@ private:
         std::vector<Ref> ArgRefs;  // the parameters of calls and the indices of variables
         std::vector<std::uint32_t> Aux;
         std::vector<double> Slots;
-        // The run's form of the last text compiled with the cache off.
+        // The run's form of the last text compiled without a program of its own.
         std::vector<Instr> Instrs;
         std::vector<const double*> Args;
         std::vector<Patch> Patches;
@@ -467,18 +467,20 @@ private:
         double Value = 0.0;
     };
 
-    // Machine.cpp
+    // EntryPoints.cpp
     inline double Execute(Code& code);
     /// Makes the handle's texts and program the object's current ones; raises for a handle
     /// of another object.
     void Adopt(const CompiledExpr& compiled);
     Code& Prepare(std::string&& expr);
+    /// Raises the failure described in Halt; never returns.
+    double RaiseHalt(const Code& code);
+
+    // Machine.cpp
     /// kCalls for code that calls out of the run (a function, a computed variable, an index
     /// check); the run of code that does not needs no frame of its own.
     template <bool kCalls>
     double Run(const Code& code);
-    /// Raises the failure described in Halt; never returns.
-    double RaiseHalt(const Code& code);
     MessageReport Describe(const Code& code, const Fault& fault) const;
     void Relink(Code& code) const;
     void Resolve(Link& link, std::string_view name) const;

@@ -61,7 +61,7 @@ const char* ResultLabel(int code) {
 // resolved once per store version, and read where the store keeps them; the first that does
 // not resolve stops the run where the text reads it. Every value an instruction computes
 // goes to its slot and stays in the accumulator for the next. A failure stops the run, which
-// raises it.
+// hands it to RaiseHalt.
 template <bool kCalls>
 double Kalvos::Run(const Code& code) {
     const bool faulty = code.FirstFault < code.LinkCount;
