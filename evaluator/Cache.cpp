@@ -112,8 +112,7 @@ Kalvos::Program* Kalvos::FindCached(std::string_view raw, std::uint64_t hash) co
     for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
         Program* program = CacheSlots[slot];
         if (program == nullptr) return nullptr;
-        if (program->Hash == hash && program->RawLength == raw.size() &&
-            std::memcmp(program->Raw, raw.data(), raw.size()) == 0) {
+        if (program->Hash == hash && program->Key() == raw) {
             return program;
         }
     }

@@ -395,7 +395,7 @@ void Kalvos::Lower(Code& code, Patch* patches) {
     for (std::uint32_t pc = 0; pc < code.InstrCount; ++pc) {
         const Draft& d = w.Drafts[pc];
         Instr& in = code.Instrs[pc];
-        in = {d.Code, d.Count, d.Fn, d.Extra, nullptr, {nullptr}, nullptr};
+        in = {d.Code, d.Count, d.Extra, nullptr, {nullptr}, nullptr};
         const bool infix = d.Code >= Op::MulMM && d.Code <= Op::OrMA;
         if (infix || d.Code == Op::CheckIndex) in.A = Address(code, d.A, pc, Field::A, patches);
         if (infix || d.Code <= Op::NotA) in.B = Address(code, d.B, pc, Field::B, patches);

@@ -25,7 +25,8 @@ double Kalvos::RaiseHalt(const Code& code) {
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (ErrorText != errortext) ErrorText = errortext;
     // A known text is usually the one of the last call: compared, neither copied nor looked up.
-    const bool known = Current.Get() != nullptr && ExprText == expr;
+    // It is compared with the program's own text, which no other code can change.
+    const bool known = Current.Get() != nullptr && Current.Get()->Key() == expr;
     return Execute(known ? Current.Get()->Body : Prepare(std::move(expr)));
 }
 
@@ -42,11 +43,16 @@ Kalvos::Code& Kalvos::Prepare(std::string&& expr) {
     } else if (hash != 0 && SeenBefore(hash)) {
         Current = CompileKept(ExprText, hash);
     } else {
-        Compile(ExprText, Mode::Entry);
-        Loose = BuiltCode();
-        return Loose;
+        return CompileLoose(ExprText, Mode::Entry);
     }
     return Current.Get()->Body;
+}
+
+// A text compiled for one run, into the builder's arrays.
+Kalvos::Code& Kalvos::CompileLoose(std::string_view raw, Mode mode, std::string_view name) {
+    Compile(raw, mode, name);
+    Loose = BuiltCode();
+    return Loose;
 }
 
 // The four literals are answered without evaluating, and without touching ExprText and
@@ -62,16 +68,10 @@ bool Kalvos::ComputeExprBool(std::string expr, const std::string& errortext) {
 
 // The text is taken by value, as by every operation that may edit a text.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
-double Kalvos::ComputExpr(std::string text) {
-    Compile(text, Mode::Expr);
-    Loose = BuiltCode();
-    return Execute(Loose);
-}
+double Kalvos::ComputExpr(std::string text) { return Execute(CompileLoose(text, Mode::Expr)); }
 
 double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
-    Compile(args, Mode::Func, name);
-    Loose = BuiltCode();
-    return Execute(Loose);
+    return Execute(CompileLoose(args, Mode::Func, name));
 }
 
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {

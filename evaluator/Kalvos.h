@@ -162,6 +162,9 @@ protected:
     double ComputExpr(std::string text);
     double ComputFunc(const std::string& name, const std::string& args);
     int CheckNumberValue(double value) const;
+    /// Truncates toward zero to a 32-bit int; NaN and values outside the range give
+    /// -2147483648. The one place where a double becomes an int.
+    static int TruncToInt(double value);
 
     void RandomInit(int seed) const;
     double Random() const;
@@ -236,7 +239,6 @@ private:
     struct Instr {
         Op Code;
         std::uint8_t Count;
-        std::uint16_t Fn;
         std::uint32_t Extra;
         const double* A;
         union {
@@ -305,6 +307,7 @@ private:
         std::size_t Bytes = 0;
         const char* Raw = nullptr;  // the text exactly as the host gave it: the cache's key
         std::size_t RawLength = 0;
+        std::string_view Key() const { return {Raw, RawLength}; }
         Code Body;
     };
     class ProgramRef {
@@ -473,6 +476,7 @@ private:
     /// of another object.
     void Adopt(const CompiledExpr& compiled);
     Code& Prepare(std::string&& expr);
+    Code& CompileLoose(std::string_view raw, Mode mode, std::string_view name = {});
     /// Raises the failure described in Halt; never returns.
     double RaiseHalt(const Code& code);
 
@@ -575,9 +579,6 @@ private:
 
     std::string Expand(std::string_view text) const;
 
-    /// Truncates toward zero to a 32-bit int; NaN and values outside the range give
-    /// -2147483648. The one place where a double becomes an int.
-    static int TruncToInt(double value);
     static bool EqualsLower(std::string_view text, std::string_view lower);
 
     Builder Work;

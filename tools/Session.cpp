@@ -16,12 +16,6 @@ namespace cli {
 
 namespace {
 
-std::string WithoutBlanks(std::string_view text) {
-    std::string compact(text);
-    compact.erase(std::remove(compact.begin(), compact.end(), ' '), compact.end());
-    return compact;
-}
-
 // A "$" line stores the expansion of its text, so a text that holds a marker cannot be
 // written as one: the marker would be replaced. Markers are found as the expansion finds them.
 bool HoldsMarker(std::string_view text) {
@@ -60,18 +54,15 @@ std::string Parameters(unsigned int count, bool more) {
 
 std::string Evaluator::TargetName(const Target& target, std::string_view text,
                                   const std::string& origin) {
+    // A failing index names the origin, as the error text of the calls that fail.
+    ErrorText = origin;
     std::string name(target.Name);
     for (const std::string_view index : target.Indices) {
-        const std::string indexText = WithoutBlanks(index);
-        ExprText = std::string(text);
-        ErrorText = origin;
-        const double value = ComputExpr(indexText);
-        // The reader's conversion: truncation toward zero, and NaN or a value beyond a 32-bit
-        // int counts as negative. The range is checked before the cast.
-        const bool fits = value > -2147483649.0 && value < 2147483648.0;
-        const int number = fits ? static_cast<int>(value) : -1;
+        const std::string indexText = fun::StrWithoutChar(std::string(index), ' ');
+        const int number = TruncToInt(ComputExpr(indexText));
         if (number < 0) {
-            Raise<MessageId::NegativeIndex>(__LINE__, origin, WithoutBlanks(text), indexText);
+            Raise<MessageId::NegativeIndex>(__LINE__, origin,
+                                            fun::StrWithoutChar(std::string(text), ' '), indexText);
         }
         name += std::to_string(number);
     }

@@ -37,3 +37,17 @@ TEST_F(EntryPoints, ComputeExprBoolAnswersLiteralsWithoutTouchingTheTexts) {
     }
     EXPECT_RAISES(k.ComputeExprBool(" ", "!"), "ComputeExpr", "Expression is empty.!");
 }
+
+// A derived class may write the texts it inherits; the program of the last text is found again
+// only by the text it was compiled from.
+TEST_F(EntryPoints, KnownTextIsTheProgramsOwnNotExprText) {
+    struct Host : Kalvos {
+        void SetExprText(const std::string& text) { ExprText = text; }
+    } host;
+    host.GetVars().SetVarNum("y", 2);
+    host.GetVars().SetVarNum("x1", 7);
+    for (const char* text : {"y", "y"}) EXPECT_EQ(host.ComputeExpr(text), 2);
+    host.SetExprText("x1");
+    EXPECT_EQ(host.ComputeExpr("x1"), 7);
+    EXPECT_EQ(host.GetExprText(), "x1");
+}
