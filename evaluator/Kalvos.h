@@ -98,7 +98,7 @@ public:
     /// kDefaultCacheEntries and kDefaultCacheBytes; the oldest leave first), and the program of
     /// its last text. A text met for the first time is compiled and run as with the cache off;
     /// texts longer than kMaxCachedTextLength are never kept. 0 entries turns the cache off.
-    /// Reset empties it.
+    /// Reset and SetCacheLimits empty it.
     void SetCacheLimits(std::size_t entries, std::size_t bytes);
     std::size_t GetCacheCount() const;
     std::size_t GetCacheBytes() const;

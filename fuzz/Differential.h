@@ -1,19 +1,21 @@
 #pragma once
 
 // Three ways of evaluating one text must agree bit for bit: an object without a cache, an
-// object that has seen the text before (so that it answers from its cache), and a compiled
-// handle. Shared by the unit test, which feeds it texts from a grammar, and by the fuzz target.
+// object with a cache (half the time warmed by CompileExpr, so that it answers from its cache
+// at once), and a compiled handle. Shared by the unit test, which feeds it texts from a
+// grammar, and by the fuzz target.
 //
-// Each compared call records the value bits or all six arguments of the raise, the object's
-// ExprText and ErrorText afterwards and the next rand() draw, so that a way that drew more or
-// fewer numbers, or drew them in another order, shows at once.
+// Each compared call records the value bits or all six arguments of the raise and the object's
+// ExprText and ErrorText afterwards. The last call of a text also records the next rand()
+// draw, so that a way that drew more or fewer numbers, or drew them in another order, shows;
+// the calls before it are evaluated one after the other with nothing between them but store
+// changes, so that the text of the last call and the handle of the last call are met again.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
-#include <utility>
 
 #include "Reference.h"
 #include "evaluator/Kalvos.h"
@@ -71,9 +73,9 @@ inline bool operator==(const Outcome& a, const Outcome& b) {
            a.ErrorText == b.ErrorText && a.NextRand == b.NextRand;
 }
 
-// Runs `call` on `k` and records what it did, then draws the next number.
+// Runs `call` on `k` and records what it did, then, if asked, draws the next number.
 template <typename Call>
-Outcome Capture(Kalvos& k, Call call) {
+Outcome Capture(Kalvos& k, Call call, bool drawNext = true) {
     Outcome o;
     try {
         o.Bits = BitsOf(call());
@@ -88,7 +90,7 @@ Outcome Capture(Kalvos& k, Call call) {
     }
     o.ExprText = k.GetExprText();
     o.ErrorText = k.GetErrorText();
-    o.NextRand = BitsOf(k.ComputeExpr("rand()"));
+    if (drawNext) o.NextRand = BitsOf(k.ComputeExpr("rand()"));
     return o;
 }
 
@@ -116,15 +118,25 @@ public:
             Compiled.GetErrorText() != errortext) {
             return "CompileExpr changed ExprText or kept other texts: " + text;
         }
+        if ((changes >> 7 & 1u) != 0) {
+            const std::string errorBefore = Warm.GetErrorText();
+            (void)Warm.CompileExpr(text, errortext);
+            if (Warm.GetErrorText() != errorBefore) return "CompileExpr changed ErrorText";
+        }
         for (unsigned i = 0; i < times; ++i) {
             Change(changes = changes * 1664525u + 1013904223u);
-            const Outcome ref = Capture(Ref, [&] { return Compute(Ref, text, errortext, asBool); });
-            const Outcome warm =
-                Capture(Warm, [&] { return Compute(Warm, text, errortext, asBool); });
-            const Outcome handle = Capture(Handle, [&] {
-                return asBool ? Compute(Handle, text, errortext, true)
-                              : Handle.ComputeCompiled(Compiled);
-            });
+            const bool last = i + 1 == times;
+            const Outcome ref = Capture(
+                Ref, [&] { return Compute(Ref, text, errortext, asBool); }, last);
+            const Outcome warm = Capture(
+                Warm, [&] { return Compute(Warm, text, errortext, asBool); }, last);
+            const Outcome handle = Capture(
+                Handle,
+                [&] {
+                    return asBool ? Compute(Handle, text, errortext, true)
+                                  : Handle.ComputeCompiled(Compiled);
+                },
+                last);
             const char* differs = !(warm == ref) ? "cached" : !(handle == ref) ? "handle" : "";
             if (*differs != '\0') {
                 return fun::PrintStr(

@@ -14,14 +14,11 @@
 // The same function is linked with ReplayMain.cpp into kalvos_fuzz_replay, which CTest runs
 // over fuzz/corpus and fuzz/regressions in every build.
 
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "Differential.h"
 #include "Grammar.h"

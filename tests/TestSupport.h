@@ -73,10 +73,10 @@ public:
     using Kalvos::TpOper;
 };
 
-// A fresh evaluator over the standard store; each test file names it for its suite.
 // An object's ExprText and ErrorText, compared as a pair so that a failure shows which differs.
 using TextPair = std::pair<std::string, std::string>;
 
+// A fresh evaluator over the standard store; each test file names it for its suite.
 class WithStore : public ::testing::Test {
 protected:
     WithStore() { reference::FillStore(k.GetVars()); }

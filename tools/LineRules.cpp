@@ -15,21 +15,6 @@ std::size_t NameLength(std::string_view text) {
     return length;
 }
 
-// The position of the "=" that assigns, or npos. The comparison operators that contain "="
-// are stepped over whole, so "a <= 1" and "a == 1" compare.
-std::size_t AssignmentSign(std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const bool pairs = i + 1 < text.size() && text[i + 1] == '=';
-        if ((c == '=' || c == '!' || c == '<' || c == '>') && pairs) {
-            ++i;
-        } else if (c == '=') {
-            return i;
-        }
-    }
-    return std::string_view::npos;
-}
-
 // A "$" text runs to the end of the line: its blanks are part of it; only a line ending's
 // carriage return is not.
 std::string_view TextFrom(std::string_view text, std::size_t dollar) {
@@ -44,6 +29,21 @@ std::string_view TrimBlanks(std::string_view text) {
     while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
     return text;
+}
+
+// The comparison operators that contain "=" are stepped over whole, so "a <= 1" and "a == 1"
+// compare.
+std::size_t AssignmentSign(std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool pairs = i + 1 < text.size() && text[i + 1] == '=';
+        if ((c == '=' || c == '!' || c == '<' || c == '>') && pairs) {
+            ++i;
+        } else if (c == '=') {
+            return i;
+        }
+    }
+    return std::string_view::npos;
 }
 
 bool IsName(std::string_view text) { return !text.empty() && NameLength(text) == text.size(); }

@@ -37,6 +37,9 @@ struct Target {
 /// files written with CR LF endings read the same.
 std::string_view TrimBlanks(std::string_view text);
 
+/// The position of the "=" that assigns (not part of "==", "!=", "<=" or ">="), or npos.
+std::size_t AssignmentSign(std::string_view text);
+
 /// A name the expression reader accepts: a letter or '_', then letters, digits or '_'.
 bool IsName(std::string_view text);
 

@@ -95,12 +95,17 @@ void Session::Fail(const std::string& message) {
 void Session::Print(const std::string& text) {
     errno = 0;
     Out << text << '\n';
-    if (!Out && WriteError == 0) WriteError = errno != 0 ? errno : EIO;
+    NoteWriteError();
 }
 
 void Session::Flush() {
     errno = 0;
     Out.flush();
+    NoteWriteError();
+}
+
+// The first failed write is kept, with what errno said of it.
+void Session::NoteWriteError() {
     if (!Out && WriteError == 0) WriteError = errno != 0 ? errno : EIO;
 }
 

@@ -67,6 +67,7 @@ private:
     template <typename Compute>
     void Guard(Compute compute);
     void Print(const std::string& text);
+    void NoteWriteError();
     void StoreNumber(const std::string& name, double value);
     void StoreText(const std::string& name, const std::string& text);
     void Claim(const std::string& name);

@@ -3,6 +3,7 @@
 // evaluator.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -122,16 +123,12 @@ Setup LineSetup(const std::string& flag, const std::string& value) {
 }
 
 Setup TextSetup(const std::string& flag, const std::string& value) {
-    // The first "=" after the target's brackets ends it: x[a==1]=t is x[a==1] and t.
-    std::size_t equals = 0;
-    for (int depth = 0; equals < value.size(); ++equals) {
-        if (value[equals] == '[') ++depth;
-        if (value[equals] == ']') --depth;
-        if (value[equals] == '=' && depth <= 0) break;
-    }
-    const std::string_view target = cli::TrimBlanks(std::string_view(value).substr(0, equals));
+    // The "=" that assigns on a line ends the target: x[a==1]=t is x[a==1] and t.
+    const std::size_t equals = cli::AssignmentSign(value);
+    const std::string_view target =
+        cli::TrimBlanks(std::string_view(value).substr(0, std::min(equals, value.size())));
     cli::Target parts;
-    if (equals == value.size() || !cli::ReadTarget(target, parts)) {
+    if (equals == std::string_view::npos || !cli::ReadTarget(target, parts)) {
         throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
     }
     return {Setup::Text, std::string(target), value.substr(equals + 1),
@@ -267,7 +264,8 @@ int Run(const Options& options) {
     }
     int readError = 0;
     const bool readsInput = options.Exprs.empty() && !options.Vars && !options.StdinTaken;
-    if (readsInput && isatty(STDIN_FILENO)) {
+    const bool interactive = readsInput && isatty(STDIN_FILENO);
+    if (interactive) {
         readError = cli::RunInteractive(session);
     } else if (readsInput) {
         session.RunStream(std::cin, "");
@@ -284,7 +282,6 @@ int Run(const Options& options) {
         session.Report(std::string("cannot read standard input: ") + std::strerror(readError));
         return 1;
     }
-    const bool interactive = readsInput && isatty(STDIN_FILENO);
     return session.AnyFailed() && !interactive ? 1 : 0;
 }
 

@@ -10,6 +10,7 @@ using Catalogue = WithStore;
 TEST_F(Catalogue, EveryEntry) {
     KalvosVars& vars = k.GetVars();
     vars.DelVar("Dp");
+    vars.DelVar("PosMin_x");
     const struct {
         const char *Text, *Method, *Message;
     } failures[] = {
@@ -22,6 +23,10 @@ TEST_F(Catalogue, EveryEntry) {
          "Evaluating function [min(nan,1)]: The result nan is an invalid value (NaN)."}};
     for (const auto& c : failures)
         EXPECT_RAISES(k.ComputeExpr(c.Text, " (a)"), c.Method, c.Message + std::string(" (a)"));
+    vars.SetVarNum("Dp", 0.5);
+    vars.SetVarStr("PosMin_x", "text");
+    EXPECT_RAISES(k.ComputeExpr("roundposx(1)", " (a)"), "GetVarNum",
+                  "The variable 'PosMin_x' is not a numeric variable. (a)");
     const volatile double two = 2;  // the machine's NaN of each function, not the compiler's
     const std::pair<const char*, double> domains[] = {{"log(-1)", std::log(-two)},
                                                       {"asin(2)", std::asin(two)},
@@ -95,6 +100,10 @@ TEST_F(Catalogue, RefusesOtherCounts) {
     std::string name;
     int fewest = 0, most = 0, functions = 0;
     while (arities >> name >> fewest >> most) {
+        const Kalvos::FunctionInfo info = Kalvos::GetFunction(static_cast<std::size_t>(functions));
+        EXPECT_EQ(std::string(info.Name) + " " + std::to_string(info.MinParams) + " " +
+                      std::to_string(info.MaxParams),
+                  name + " " + std::to_string(fewest) + " " + std::to_string(most));
         ++functions;
         for (const int count : {fewest - 1, most + 1}) {
             if (count < 0) continue;
@@ -109,6 +118,7 @@ TEST_F(Catalogue, RefusesOtherCounts) {
         }
     }
     EXPECT_EQ(functions, 40);
+    EXPECT_EQ(Kalvos::GetFunctionCount(), 40u);
 }
 
 // After randinit(s) the draws depend only on s, as a generator freshly seeded with s gives them.

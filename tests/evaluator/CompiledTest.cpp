@@ -48,8 +48,9 @@ TEST(Compiled, ForeignOrStaleHandleRaises) {
                   "Reset.");
 }
 
-// What the cache keeps: a text from its second sight on, within both limits, never a text
-// beyond the longest kept; Reset and a zero limit empty it.
+// What the cache keeps: a text from its second sight on, within both limits, the oldest leaving
+// first, never a text beyond the longest kept; Reset and SetCacheLimits empty it, and a zero
+// entry limit keeps nothing.
 TEST(Compiled, CacheKeepsWithinItsLimits) {
     Kalvos k;
     k.SetCacheLimits(3, Kalvos::kDefaultCacheBytes);
@@ -62,10 +63,24 @@ TEST(Compiled, CacheKeepsWithinItsLimits) {
     for (const char* text : {"1+1", "1+1", "2+2", "2+2", "3+3", "3+3", "4+4", "4+4"})
         k.ComputeExpr(text);
     EXPECT_EQ(k.GetCacheCount(), 3u);
+    const auto keep = [&k](const std::string& text) {
+        for (int i = 0; i < 2; ++i) k.ComputeExpr(text);
+        return k.GetCacheBytes();
+    };
+    k.SetCacheLimits(2, Kalvos::kDefaultCacheBytes);
+    const std::size_t small = keep("2+2");
+    k.SetCacheLimits(2, Kalvos::kDefaultCacheBytes);
+    keep("1+1+1+1+1+1+1+1");
+    keep("2+2");
+    EXPECT_EQ(keep("3+3"), 2 * small);  // the large program, the oldest, has left
+    k.SetCacheLimits(0, Kalvos::kDefaultCacheBytes);
+    EXPECT_EQ(keep("2+2") + k.GetCacheCount(), 0u);
     k.SetCacheLimits(100, Kalvos::kDefaultCacheBytes);
-    const std::string longText = "1" + std::string(Kalvos::kMaxCachedTextLength, ' ');
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(k.ComputeExpr(longText), 1);
-    EXPECT_EQ(k.GetCacheCount(), 0u);
+    const std::string longest = "1" + std::string(Kalvos::kMaxCachedTextLength - 1, ' ');
+    keep(longest);
+    EXPECT_EQ(k.GetCacheCount(), 1u);
+    keep(longest + " ");
+    EXPECT_EQ(k.GetCacheCount(), 1u);
     k.SetCacheLimits(100, 1);  // no program fits in one byte
     for (int i = 0; i < 2; ++i) k.ComputeExpr("5+5");
     EXPECT_EQ(k.GetCacheCount() + k.GetCacheBytes(), 0u);

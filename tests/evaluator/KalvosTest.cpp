@@ -31,8 +31,7 @@ TEST(Kalvos, RaiseArgumentsAndReset) {
     }
     EXPECT_EQ(k.ComputeExpr("a"), 5);
     k.Reset();
-    EXPECT_EQ(std::pair(k.GetExprText(), k.GetErrorText()),
-              std::pair(std::string(), std::string()));
+    EXPECT_EQ(TextPair(k.GetExprText(), k.GetErrorText()), TextPair());
     EXPECT_EQ(k.GetVars().GetCount(), 0u);
 }
 
