@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <new>
 
@@ -11,17 +12,12 @@ constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
 std::uint32_t Size32(std::size_t size) { return static_cast<std::uint32_t>(size); }
 
-// "(" and ")" must pair up from left to right; once the counter has gone below zero it stays
-// there, so ")1+2(" is wrong too. Square brackets are checked later, by the reader.
-bool ParenthesesBalance(std::string_view text) {
-    long depth = 0;
-    for (const char c : text) {
-        if (depth < 0) return false;
-        if (c == '(') ++depth;
-        if (c == ')') --depth;
-    }
-    return depth == 0;
-}
+// The characters that the sweep over a new text does more with than copy them.
+constexpr std::array<bool, 256> kSpecialInEntry = [] {
+    std::array<bool, 256> special{};
+    for (const char c : {' ', '(', ')', '[', ']'}) special[static_cast<unsigned char>(c)] = true;
+    return special;
+}();
 
 }  // namespace
 
@@ -66,17 +62,59 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
 }
 
 // Blanks go wherever they stand and one leading "#" after them; an empty text and unbalanced
-// parentheses are refused before any reading.
+// parentheses are refused before any reading. "(" and ")" must pair up from left to right:
+// once the count has gone below zero the text is wrong, so ")1+2(" is wrong too. Square
+// brackets are checked later, by the reader. One sweep does all this as it copies the text,
+// and matches its spans (see MatchSpans) for the reader.
 void Kalvos::CompileEntry(std::string_view raw) {
-    std::string& text = Work.Text;
-    text.assign(raw);
-    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    if (!text.empty() && text[0] == '#') text.erase(0, 1);
-    if (text.empty()) return Fail(MessageId::ExpressionEmpty, __LINE__, 0, 0);
-    if (!ParenthesesBalance(text)) {
-        return Fail(MessageId::ParenthesesWrong, __LINE__, 0, Size32(text.size()));
+    Builder& w = Work;
+    std::size_t from = raw.find_first_not_of(' ');
+    if (from != std::string_view::npos && raw[from] == '#') ++from;
+    raw.remove_prefix(std::min(from, raw.size()));
+    const auto grow = [&raw](std::vector<std::uint32_t>& v) {
+        if (v.size() < raw.size()) v.resize(raw.size());
+        return v.data();
+    };
+    std::uint32_t* const match = grow(w.Match);
+    std::uint32_t* const parens = grow(w.OpenParens);
+    std::uint32_t* const brackets = grow(w.OpenBrackets);
+    std::uint32_t openParens = 0, openBrackets = 0;
+    bool negative = false;
+    w.Text.resize(raw.size());
+    char* const text = w.Text.data();
+    std::uint32_t length = 0;
+    for (const char c : raw) {
+        if (!kSpecialInEntry[static_cast<unsigned char>(c)]) {
+            text[length++] = c;
+            continue;
+        }
+        switch (c) {
+            case ' ':
+                continue;
+            case '(':
+                parens[openParens++] = length;
+                break;
+            case ')':
+                negative = negative || openParens == 0;
+                if (openParens > 0) match[parens[--openParens]] = length;
+                break;
+            case '[':
+                brackets[openBrackets++] = length;
+                break;
+            case ']':
+                if (openBrackets > 0) match[brackets[--openBrackets]] = length;
+                break;
+            default:
+                break;
+        }
+        text[length++] = c;
     }
-    OpenLevel(0, Size32(text.size()), 0);
+    w.Text.resize(length);
+    while (openBrackets > 0) match[brackets[--openBrackets]] = kNone;
+    w.Matched = true;
+    if (length == 0) return Fail(MessageId::ExpressionEmpty, __LINE__, 0, 0);
+    if (negative || openParens != 0) return Fail(MessageId::ParenthesesWrong, __LINE__, 0, length);
+    OpenLevel(0, length, 0);
 }
 
 // Reads the levels as the reducer would recurse into them, with the levels on a stack of its
@@ -323,29 +361,18 @@ void Kalvos::Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t en
 }
 
 // The closing delimiter of the span that opens at `open`, within the frame's text; a span
-// that does not close there raises with the text from its opening to the frame's end. A short
-// span is found by counting; beyond kShortSpan characters the spans of the whole text are
-// matched once, so that a deeply nested text is read in linear time.
+// that does not close there raises with the text from its opening to the frame's end. The
+// spans of the whole text are matched once, when the first is needed, so that a deeply
+// nested text is read in linear time.
 std::uint32_t Kalvos::SpanEndAt(const Frame& frame, std::uint32_t open, MessageId missing,
                                 int line) {
-    constexpr std::uint32_t kShortSpan = 64;
     Builder& w = Work;
-    const char opening = w.Text[open];
-    const char closing = opening == '(' ? ')' : ']';
-    const std::uint32_t shortEnd = std::min(frame.End, open + kShortSpan);
-    std::uint32_t depth = 1;
-    for (std::uint32_t pos = open + 1; pos < shortEnd; ++pos) {
-        if (w.Text[pos] == opening) ++depth;
-        if (w.Text[pos] == closing && --depth == 0) return pos;
+    if (!w.Matched) {
+        MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
+        w.Matched = true;
     }
-    if (shortEnd < frame.End) {
-        if (!w.Matched) {
-            MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
-            w.Matched = true;
-        }
-        const std::uint32_t close = w.Match[open];
-        if (close != kNone && close < frame.End) return close;
-    }
+    const std::uint32_t close = w.Match[open];
+    if (close != kNone && close < frame.End) return close;
     Fail(missing, line, open, frame.End);
     return open;
 }
