@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFFu;
-
 std::uint32_t Size32(std::size_t size) { return static_cast<std::uint32_t>(size); }
 
 // The characters that the sweep over a new text does more with than copy them.
@@ -38,7 +36,7 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Names.clear();
     w.Result = 0;
     w.FirstFault = kNone;
-    w.AccSlot = kNoSlot;
+    w.AccSlot = kNone;
     w.Done = false;
     w.Requested = false;
     w.Matched = false;

@@ -216,6 +216,9 @@ private:
     // clang-format on
     enum class Form : std::uint8_t { MM, AM, MA };
 
+    /// No position, slot or link.
+    static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
     /// A reference to a value while compiling: a slot of the program (constants and
     /// temporaries), or with kLinkRef set a variable, by the number of its link.
     using Ref = std::uint32_t;
@@ -435,9 +438,8 @@ private:
     /// An instruction that leaves a value in `dst` and the accumulator, or none.
     void Emit(const Draft& draft, bool leavesValue) {
         Work.Drafts.push_back(draft);
-        Work.AccSlot = leavesValue ? draft.Dst : kNoSlot;
+        Work.AccSlot = leavesValue ? draft.Dst : kNone;
     }
-    static constexpr std::uint32_t kNoSlot = 0xFFFFFFFFu;
     void AddSite(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
                  std::uint32_t begin2 = 0, std::uint32_t end2 = 0, int number = 0);
     void Fail(MessageId id, int line, std::uint32_t begin1, std::uint32_t end1,
@@ -521,6 +523,7 @@ private:
         unsigned int InfixPass;
     };
     static constexpr unsigned int kNoPass = 99;
+    static constexpr unsigned int kPasses = 7;
     // Indexed by TpOper. "==" and "!=" are numbered before the relational operators but bind
     // less tightly, hence their later pass.
     static constexpr OperatorInfo kOperators[] = {

@@ -17,12 +17,8 @@
 
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFFu;
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 std::size_t SkipDigits(std::string_view text, std::size_t pos) {
-    while (pos < text.size() && IsDigit(text[pos])) ++pos;
+    while (pos < text.size() && KalvosVars::IsDigit(text[pos])) ++pos;
     return pos;
 }
 
@@ -180,7 +176,7 @@ std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
     if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
         const bool signFollows =
             end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
-        if (!signFollows || end + 2 >= text.size() || !IsDigit(text[end + 2])) return 0;
+        if (!signFollows || end + 2 >= text.size() || !KalvosVars::IsDigit(text[end + 2])) return 0;
         end = SkipDigits(text, end + 2);
     }
     return ConvertNumber(text.substr(0, end), value) ? end : 0;
@@ -202,7 +198,7 @@ bool ConvertShort(std::string_view literal, double& value) {
     int scale = 0;
     bool fraction = false;
     std::size_t i = 0;
-    for (; i < literal.size() && (IsDigit(literal[i]) || literal[i] == '.'); ++i) {
+    for (; i < literal.size() && (KalvosVars::IsDigit(literal[i]) || literal[i] == '.'); ++i) {
         if (literal[i] == '.') {
             fraction = true;
             continue;

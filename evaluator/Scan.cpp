@@ -1,14 +1,6 @@
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
-namespace {
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-constexpr unsigned int kPasses = 7;
-
-}  // namespace
-
 // Reads the frame's text token by token, the first character choosing the reader: "(" a
 // group, a name's first character a variable or a call, a digit a number, anything else an
 // operator. Gives true when the text is read to its end; false when a level above it has to
@@ -50,7 +42,7 @@ bool Kalvos::ScanLevel(Frame& frame) {
                 }
             }
             if (w.Done || frame.Waiting != Wait::None) return false;
-        } else if (IsDigit(first)) {
+        } else if (KalvosVars::IsDigit(first)) {
             double value = 0.0;
             const std::size_t length = ScanNumber(rest, value);
             if (length == 0) {

@@ -62,7 +62,8 @@ public:
     double GetVarNum(const std::string& name, std::string errortext) const;
 
     /// ASCII letters, digits and '_': what may follow the first character of a name.
-    static bool CharValid(char c) { return FirstCharValid(c) || (c >= '0' && c <= '9'); }
+    static bool CharValid(char c) { return FirstCharValid(c) || IsDigit(c); }
+    static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
     /// ASCII letters and '_': what may begin a name (never a digit, so numbers stay readable).
     static bool FirstCharValid(char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
