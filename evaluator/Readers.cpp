@@ -17,6 +17,21 @@
 
 namespace {
 
+// Up to 15 significant digits make an exact double, and so do the powers of ten up to 1e22:
+// one multiplication or division of two exact values is then correctly rounded, the value any
+// correct conversion gives. Literals outside that range are left to the full conversion.
+constexpr int kMaxExactDigits = 15;
+constexpr int kMaxExactScale = 22;
+
+double ScaleExactly(std::uint64_t mantissa, int scale) {
+    static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                              1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                              1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (mantissa == 0) return 0.0;
+    const auto m = static_cast<double>(mantissa);
+    return scale >= 0 ? m * kPowersOfTen[scale] : m / kPowersOfTen[-scale];
+}
+
 std::size_t SkipDigits(std::string_view text, std::size_t pos) {
     while (pos < text.size() && KalvosVars::IsDigit(text[pos])) ++pos;
     return pos;
@@ -169,30 +184,43 @@ double Kalvos::ReadNumber(std::string& text, bool& invalid) const {
 // number := digit+ ( "." digit* )? ( ("e" | "E") ("+" | "-") digit+ )?
 // The exponent's sign is required, so that 2e+1 is one number and a bare "e" after digits is
 // an error rather than the start of a name. Gives the length taken, 0 for no valid number.
+// A literal without exponent is converted as it is read when it is short (see ScaleExactly).
 std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
-    std::size_t end = SkipDigits(text, 0);
+    std::uint64_t mantissa = 0;  // of the significant digits, while there are few enough
+    std::size_t digits = 0;
+    const auto take = [&](char c) {
+        if (mantissa == 0 && c == '0') return;  // leading zeros are no digits
+        ++digits;
+        mantissa = mantissa * 10 + static_cast<std::uint64_t>(c - '0');
+    };
+    std::size_t end = 0;
+    while (end < text.size() && KalvosVars::IsDigit(text[end])) take(text[end++]);
     if (end == 0) return 0;
-    if (end < text.size() && text[end] == '.') end = SkipDigits(text, end + 1);
+    std::size_t fraction = 0;
+    if (end < text.size() && text[end] == '.') {
+        const std::size_t first = ++end;
+        while (end < text.size() && KalvosVars::IsDigit(text[end])) take(text[end++]);
+        fraction = end - first;
+    }
     if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
         const bool signFollows =
             end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
-        if (!signFollows || end + 2 >= text.size() || !KalvosVars::IsDigit(text[end + 2])) return 0;
+        if (!signFollows || end + 2 >= text.size() || !KalvosVars::IsDigit(text[end + 2])) {
+            return 0;
+        }
         end = SkipDigits(text, end + 2);
+    } else if (digits <= static_cast<std::size_t>(kMaxExactDigits) &&
+               fraction <= static_cast<std::size_t>(kMaxExactScale)) {
+        value = ScaleExactly(mantissa, -static_cast<int>(fraction));
+        return end;
     }
     return ConvertNumber(text.substr(0, end), value) ? end : 0;
 }
 
 namespace {
 
-// Up to 15 significant digits make an exact double, and so do the powers of ten up to 1e22:
-// one multiplication or division of two exact values is then correctly rounded, the value any
-// correct conversion gives. Literals outside that range are left to the full conversion.
+// A literal of up to kMaxExactDigits significant digits and a scale within kMaxExactScale.
 bool ConvertShort(std::string_view literal, double& value) {
-    static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                              1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                              1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    constexpr int kMaxDigits = 15;
-    constexpr int kMaxScale = 22;
     std::uint64_t mantissa = 0;
     int digits = 0;
     int scale = 0;
@@ -205,7 +233,7 @@ bool ConvertShort(std::string_view literal, double& value) {
         }
         if (fraction) --scale;
         if (mantissa == 0 && literal[i] == '0') continue;  // leading zeros are no digits
-        if (++digits > kMaxDigits) return false;
+        if (++digits > kMaxExactDigits) return false;
         mantissa = mantissa * 10 + static_cast<std::uint64_t>(literal[i] - '0');
     }
     if (i < literal.size()) {  // the scanner guarantees "e", a sign and digits
@@ -217,13 +245,8 @@ bool ConvertShort(std::string_view literal, double& value) {
         }
         scale += negative ? -exponent : exponent;
     }
-    if (mantissa == 0) {
-        value = 0.0;
-        return true;
-    }
-    if (scale < -kMaxScale || scale > kMaxScale) return false;
-    const auto m = static_cast<double>(mantissa);
-    value = scale >= 0 ? m * kPowersOfTen[scale] : m / kPowersOfTen[-scale];
+    if (mantissa != 0 && (scale < -kMaxExactScale || scale > kMaxExactScale)) return false;
+    value = ScaleExactly(mantissa, scale);
     return true;
 }
 
