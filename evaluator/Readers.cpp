@@ -1,5 +1,6 @@
 #include <locale.h>
 
+#include <array>
 #include <charconv>
 #include <clocale>
 #include <cstdint>
@@ -64,38 +65,31 @@ Kalvos::TpOper Kalvos::ReadOperator(std::string& text) {
 // Two-character operators first, so that "<=" is never read as "<" followed by "=". A single
 // "=", "@" or "|" is no operator.
 Kalvos::TpOper Kalvos::ScanOperatorToken(std::string_view text, unsigned int& length) {
+    struct Token {
+        char First;
+        TpOper Alone;       // the first character on its own
+        char Second;        // the character that makes it a two-character operator
+        TpOper WithSecond;  // that operator
+    };
+    static constexpr Token kTokens[] = {{'=', OP_None, '=', OP_Eq},  {'!', OP_Not, '=', OP_Neq},
+                                        {'<', OP_Lt, '=', OP_Le},    {'>', OP_Gt, '=', OP_Ge},
+                                        {'@', OP_None, '@', OP_And}, {'|', OP_None, '|', OP_Or},
+                                        {'*', OP_Mul, 0, OP_None},   {'/', OP_Div, 0, OP_None},
+                                        {'+', OP_Add, 0, OP_None},   {'-', OP_Sub, 0, OP_None}};
+    static constexpr auto kByFirst = [] {
+        std::array<Token, 256> byFirst{};
+        for (const Token& token : kTokens) byFirst[static_cast<unsigned char>(token.First)] = token;
+        return byFirst;
+    }();
     length = 0;
     if (text.empty()) return OP_None;
-    const char second = text.size() > 1 ? text[1] : '\0';
-    const auto pick = [&](TpOper twoChar, TpOper oneChar, char secondChar) {
-        length = second == secondChar && twoChar != OP_None ? 2 : 1;
-        if (length == 1 && oneChar == OP_None) length = 0;
-        return length == 2 ? twoChar : oneChar;
-    };
-    switch (text[0]) {
-        case '=':
-            return pick(OP_Eq, OP_None, '=');
-        case '!':
-            return pick(OP_Neq, OP_Not, '=');
-        case '<':
-            return pick(OP_Le, OP_Lt, '=');
-        case '>':
-            return pick(OP_Ge, OP_Gt, '=');
-        case '@':
-            return pick(OP_And, OP_None, '@');
-        case '|':
-            return pick(OP_Or, OP_None, '|');
-        case '*':
-            return pick(OP_None, OP_Mul, '\0');
-        case '/':
-            return pick(OP_None, OP_Div, '\0');
-        case '+':
-            return pick(OP_None, OP_Add, '\0');
-        case '-':
-            return pick(OP_None, OP_Sub, '\0');
-        default:
-            return OP_None;
+    const Token& token = kByFirst[static_cast<unsigned char>(text[0])];
+    if (token.WithSecond != OP_None && text.size() > 1 && text[1] == token.Second) {
+        length = 2;
+        return token.WithSecond;
     }
+    if (token.Alone != OP_None) length = 1;
+    return token.Alone;
 }
 
 unsigned int Kalvos::LookforEndParentesis(const std::string& text) const {
