@@ -80,33 +80,36 @@ void Kalvos::CompileEntry(std::string_view raw) {
     bool negative = false;
     w.Text.resize(raw.size());
     char* const text = w.Text.data();
-    std::uint32_t length = 0;
+    char* out = text;
     for (const char c : raw) {
+        *out = c;
         if (!kSpecialInEntry[static_cast<unsigned char>(c)]) {
-            text[length++] = c;
+            ++out;
             continue;
         }
+        const auto pos = static_cast<std::uint32_t>(out - text);
         switch (c) {
             case ' ':
                 continue;
             case '(':
-                parens[openParens++] = length;
+                parens[openParens++] = pos;
                 break;
             case ')':
                 negative = negative || openParens == 0;
-                if (openParens > 0) match[parens[--openParens]] = length;
+                if (openParens > 0) match[parens[--openParens]] = pos;
                 break;
             case '[':
-                brackets[openBrackets++] = length;
+                brackets[openBrackets++] = pos;
                 break;
             case ']':
-                if (openBrackets > 0) match[brackets[--openBrackets]] = length;
+                if (openBrackets > 0) match[brackets[--openBrackets]] = pos;
                 break;
             default:
                 break;
         }
-        text[length++] = c;
+        ++out;
     }
+    const auto length = static_cast<std::uint32_t>(out - text);
     w.Text.resize(length);
     while (openBrackets > 0) match[brackets[--openBrackets]] = kNone;
     w.Matched = true;

@@ -3,6 +3,12 @@
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
+#if defined(__GNUC__) && !defined(__clang__)
+#define KALVOS_OUT_OF_SIGHT [[gnu::noipa]]
+#else
+#define KALVOS_OUT_OF_SIGHT
+#endif
+
 // Inlined into the entry points, which end in the run as a tail call, as the run ends in
 // RaiseHalt on a failure. A program without instructions that reads no faulty variable (a
 // constant, or one variable) needs no run.
@@ -13,14 +19,15 @@ inline double Kalvos::Execute(Code& code) {
 }
 
 // The run reaches this by a tail call, as the entry point reaches the run, so the unwinding
-// meets no frame of the library but this one. It is not marked as never returning and is
-// defined apart from the run: either would make the calls to it calls rather than jumps. The
-// report is kept in the object, so that no frame between the throw and the host has anything
-// to clean up.
-double Kalvos::RaiseHalt(const Code& code) {
+// meets no frame of the library but this one. It is not marked as never returning, and the
+// compiler must not find out that it never returns (noipa, or out of sight in another file):
+// either would make the calls to it calls rather than jumps. The report is kept in the object,
+// so that no frame between the throw and the host has anything to clean up.
+KALVOS_OUT_OF_SIGHT double Kalvos::RaiseHalt(const Code& code) {
     Report = Describe(code, Halt);
     RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
 }
+#undef KALVOS_OUT_OF_SIGHT
 
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
     if (ErrorText != errortext) ErrorText = errortext;
