@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "evaluator/Kalvos.h"
@@ -9,6 +10,26 @@
 namespace {
 
 std::uint32_t Size32(std::size_t size) { return static_cast<std::uint32_t>(size); }
+
+// What the instruction of each Op reads and writes, and whether it calls out of the run.
+constexpr std::uint8_t kReadsA = 1, kReadsB = 2, kWrites = 4, kCallsOut = 8;
+constexpr std::uint8_t kPrefixUses = kReadsB | kWrites;
+constexpr std::uint8_t kInfixUses = kReadsA | kReadsB | kWrites;
+// clang-format off
+constexpr std::uint8_t kOperands[] = {
+    kPrefixUses, kPrefixUses, kPrefixUses, kPrefixUses,                        // Neg Not
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Mul Div
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Add Sub
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Eq Neq
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Lt Gt
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Le Ge
+    kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // And Or
+    kWrites | kCallsOut,                                                       // Call
+    kReadsA | kCallsOut,                                                       // CheckIndex
+    kWrites | kCallsOut,                                                       // LoadIndexed
+    0,                                                                         // Raise
+};
+// clang-format on
 
 // The characters that the sweep over a new text does more with than copy them.
 constexpr std::array<bool, 256> kSpecialInEntry = [] {
@@ -418,20 +439,22 @@ Kalvos::Code Kalvos::BuiltCode() {
 // again. Operands an instruction does not read are left null.
 void Kalvos::Lower(Code& code, Patch* patches) {
     const Builder& w = Work;
+    static_assert(std::size(kOperands) == static_cast<unsigned int>(Op::Raise) + 1,
+                  "one entry for each Op");
     Patch* const first = patches;
-    code.Calls = false;
+    bool calls = false;
     for (std::uint32_t pc = 0; pc < code.InstrCount; ++pc) {
         const Draft& d = w.Drafts[pc];
+        const std::uint8_t uses = kOperands[static_cast<unsigned int>(d.Code)];
         Instr& in = code.Instrs[pc];
         in = {d.Code, d.Count, d.Extra, nullptr, {nullptr}, nullptr};
-        const bool infix = d.Code >= Op::MulMM && d.Code <= Op::OrMA;
-        if (infix || d.Code == Op::CheckIndex) in.A = Address(code, d.A, pc, Field::A, patches);
-        if (infix || d.Code <= Op::NotA) in.B = Address(code, d.B, pc, Field::B, patches);
+        if ((uses & kReadsA) != 0) in.A = Address(code, d.A, pc, Field::A, patches);
+        if ((uses & kReadsB) != 0) in.B = Address(code, d.B, pc, Field::B, patches);
+        if ((uses & kWrites) != 0) in.Dst = code.Slots + d.Dst;
         if (d.Code == Op::Call) in.Function = BuiltinAt(d.Fn);
-        code.Calls = code.Calls || d.Code == Op::Call || d.Code == Op::CheckIndex ||
-                     d.Code == Op::LoadIndexed;
-        if (d.Code != Op::CheckIndex && d.Code != Op::Raise) in.Dst = code.Slots + d.Dst;
+        calls = calls || (uses & kCallsOut) != 0;
     }
+    code.Calls = calls;
     for (std::uint32_t i = 0; i < code.ArgCount; ++i) {
         code.Args[i] = Address(code, w.ArgRefs[i], i, Field::Arg, patches);
     }

@@ -15,6 +15,15 @@ std::uint64_t HashName(std::string_view name) {
     return hash;
 }
 
+// Names are short: compared in place, without the cost of a call to memcmp.
+bool SameName(const std::string& stored, std::string_view name) {
+    if (stored.size() != name.size()) return false;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        if (stored[i] != name[i]) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 KalvosVars::KalvosVars() {
@@ -66,7 +75,7 @@ unsigned int KalvosVars::FindVar(std::string_view name) const {
         const std::uint64_t entry = Slots[slot];
         if (entry == 0) return kNoVar;
         const auto idx = static_cast<std::uint32_t>(entry) - 1;
-        if ((entry >> 32) == (hash >> 32) && Items[idx].Name == name) return idx;
+        if ((entry >> 32) == (hash >> 32) && SameName(Items[idx].Name, name)) return idx;
     }
 }
 
