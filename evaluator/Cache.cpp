@@ -68,8 +68,9 @@ void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
 // text early) a text met again. With one slot a text, two texts a host evaluates in turn that
 // share it would push each other out for ever and never be kept; here a newcomer takes its
 // first slot when free, else its second, moving the occupant on to that hash's other slot,
-// and so on a few times, as cuckoo hashing does. The table is at least twice the cache, so only
-// a far older text drops out.
+// and that one's occupant once more, as cuckoo hashing does. The table is at least twice the
+// cache, so only a far older text drops out. More moves would keep a little more of a full
+// table, at a cost to every new text: the moves are a chain of dependent loads.
 bool Kalvos::SeenBefore(std::uint64_t hash) {
     if (Seen.empty()) {
         std::size_t size = 2;
@@ -84,7 +85,7 @@ bool Kalvos::SeenBefore(std::uint64_t hash) {
     if (Seen[first] == hash || Seen[second] == hash) return true;
     std::size_t slot = Seen[first] == 0 ? first : second;
     std::uint64_t moving = hash;
-    for (int move = 0; move < 8 && moving != 0; ++move) {
+    for (int move = 0; move < 2 && moving != 0; ++move) {
         std::swap(moving, Seen[slot]);
         const auto [one, other] = slots(moving);
         slot = one != slot ? one : other;

@@ -115,8 +115,9 @@ unsigned int Kalvos::SpanEnd(std::string_view text, char open, MessageId missing
 // at which the count of that pair alone comes back to the depth before it. To parentheses,
 // brackets are ordinary characters, and the other way round. One pass, so that reading a
 // deeply nested text stays linear.
-void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
-                        std::vector<std::uint32_t>& parens, std::vector<std::uint32_t>& brackets) {
+[[gnu::noinline]] void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
+                                          std::vector<std::uint32_t>& parens,
+                                          std::vector<std::uint32_t>& brackets) {
     if (match.size() < text.size()) match.resize(text.size());
     parens.clear();
     brackets.clear();
