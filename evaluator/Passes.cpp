@@ -1,11 +1,5 @@
 #include "evaluator/Kalvos.h"
 
-namespace {
-
-constexpr unsigned int kPasses = 7;
-
-}  // namespace
-
 // Seven passes, tightest binding first: 0 prefix "!" and "-"; 1 "*" "/"; 2 "+" "-";
 // 3 "<" ">" "<=" ">="; 4 "==" "!="; 5 "@@"; 6 "||". Passes whose operators the level lacks
 // are skipped, since they would find nothing to reduce. Operators of constants are applied
