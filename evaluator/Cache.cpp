@@ -23,8 +23,14 @@ std::uint64_t Kalvos::HashText(std::string_view text) {
         std::memcpy(&word, text.data() + pos, 8);
         hash = Mix(hash, word);
     }
+    // The last bytes: the text's last eight, overlapping the words before; a text
+    // shorter than a word byte by byte. The length, mixed in first, tells the cases apart.
     std::uint64_t tail = 0;
-    if (pos < text.size()) std::memcpy(&tail, text.data() + pos, text.size() - pos);
+    if (text.size() >= 8) {
+        if (pos < text.size()) std::memcpy(&tail, text.data() + text.size() - 8, 8);
+    } else {
+        for (const char c : text) tail = tail << 8 | static_cast<unsigned char>(c);
+    }
     hash = Mix(hash, tail);
     return hash != 0 ? hash : 1;
 }
