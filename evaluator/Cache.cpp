@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -11,6 +12,15 @@ std::uint64_t Mix(std::uint64_t hash, std::uint64_t word) {
     hash = (hash ^ word) * 0x9E3779B97F4A7C15ull;
     return hash ^ (hash >> 32);
 }
+
+// The lowest bit set in a byte that is not 0.
+constexpr auto kFirstBit = [] {
+    std::array<std::uint8_t, 256> first{};
+    for (unsigned int byte = 1; byte < 256; ++byte) {
+        while ((byte >> first[byte] & 1u) == 0) ++first[byte];
+    }
+    return first;
+}();
 
 }  // namespace
 
@@ -69,33 +79,41 @@ void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
     Seen.clear();
 }
 
-// A text is kept from its second sight on: the hashes of texts seen lately, each in one of two
-// slots its hash chooses. A hash met again is (but for a 64-bit collision, which only keeps a
-// text early) a text met again. With one slot a text, two texts a host evaluates in turn that
-// share it would push each other out for ever and never be kept; here a newcomer takes its
-// first slot when free, else its second, moving the occupant on to that hash's other slot,
-// and that one's occupant once more, as cuckoo hashing does. The table is at least twice the
-// cache, so only a far older text drops out. More moves would keep a little more of a full
-// table, at a cost to every new text: the moves are a chain of dependent loads.
+// A text is kept from its second sight on: the hashes of texts seen lately. A hash met again
+// is (but for a 64-bit collision, which only keeps a text early) a text met again. Each hash
+// may stand in any of the four slots of two buckets that it chooses, so that texts a host
+// evaluates in turn do not push each other out as they would with one slot a text. The table
+// has four slots for each entry of the cache and is emptied when half of them are taken: below
+// half, all eight slots of a hash are hardly ever taken, so that up to twice as many texts as
+// the cache holds, evaluated in turn, are all recognised. Looking up and placing a hash costs
+// no chain of dependent loads, which every new text would pay.
 bool Kalvos::SeenBefore(std::uint64_t hash) {
+    constexpr std::size_t kWays = 4;
     if (Seen.empty()) {
-        std::size_t size = 2;
-        while (size < 2 * CacheMaxEntries) size *= 2;
+        std::size_t size = 2 * kWays;
+        while (size < 4 * CacheMaxEntries) size *= 2;
         Seen.assign(size, 0);
+        SeenCount = 0;
     }
-    const std::size_t mask = Seen.size() - 1;
-    const auto slots = [mask](std::uint64_t h) {
-        return std::pair<std::size_t, std::size_t>(h & mask, (h >> 32) & mask);
-    };
-    const auto [first, second] = slots(hash);
-    if (Seen[first] == hash || Seen[second] == hash) return true;
-    std::size_t slot = Seen[first] == 0 ? first : second;
-    std::uint64_t moving = hash;
-    for (int move = 0; move < 2 && moving != 0; ++move) {
-        std::swap(moving, Seen[slot]);
-        const auto [one, other] = slots(moving);
-        slot = one != slot ? one : other;
+    const std::size_t buckets = Seen.size() / kWays;
+    std::uint64_t* const one = Seen.data() + kWays * (hash & (buckets - 1));
+    std::uint64_t* const two = Seen.data() + kWays * ((hash >> 32) & (buckets - 1));
+    bool found = false;
+    for (std::size_t i = 0; i < kWays; ++i) found |= one[i] == hash || two[i] == hash;
+    if (found) return true;
+    if (2 * SeenCount >= Seen.size()) {
+        std::fill(Seen.begin(), Seen.end(), 0);
+        SeenCount = 0;
     }
+    // Branch-free, since whether a slot is free is as good as random: the first free one of
+    // the eight, or when all are taken one of the first bucket's, which gives way.
+    unsigned int empty = 0;
+    for (std::size_t i = 0; i < kWays; ++i) {
+        empty |= (one[i] == 0 ? 1u : 0u) << i | (two[i] == 0 ? 1u : 0u) << (i + kWays);
+    }
+    const unsigned int way = empty != 0 ? kFirstBit[empty] : static_cast<unsigned int>(hash >> 62);
+    *(way < kWays ? one + way : two + (way - kWays)) = hash;
+    SeenCount += empty != 0 ? 1 : 0;
     return false;
 }
 
@@ -177,4 +195,5 @@ void Kalvos::ClearCache() {
     while (CacheCount > 0) EvictOldest();
     CacheOldest = 0;
     std::fill(Seen.begin(), Seen.end(), 0);
+    SeenCount = 0;
 }

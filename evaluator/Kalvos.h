@@ -590,6 +590,7 @@ private:
     std::vector<Program*> CacheSlots;
     std::vector<Program*> CacheOrder;
     std::vector<std::uint64_t> Seen;  // see SeenBefore
+    std::size_t SeenCount = 0;        // the hashes in Seen
     std::size_t CacheOldest = 0;
     std::size_t CacheCount = 0;
     std::size_t CacheBytes = 0;
