@@ -31,13 +31,6 @@ constexpr std::uint8_t kOperands[] = {
 };
 // clang-format on
 
-// The characters that the sweep over a new text does more with than copy them.
-constexpr std::array<bool, 256> kSpecialInEntry = [] {
-    std::array<bool, 256> special{};
-    for (const char c : {' ', '(', ')', '[', ']'}) special[static_cast<unsigned char>(c)] = true;
-    return special;
-}();
-
 }  // namespace
 
 // Compiles `raw` into the builder: as ComputeExpr reads it (Entry), as the reducer reads it
@@ -81,61 +74,20 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
 }
 
 // Blanks go wherever they stand and one leading "#" after them; an empty text and unbalanced
-// parentheses are refused before any reading. "(" and ")" must pair up from left to right:
-// once the count has gone below zero the text is wrong, so ")1+2(" is wrong too. Square
-// brackets are checked later, by the reader. One sweep does all this as it copies the text,
-// and matches its spans (see MatchSpans) for the reader.
+// parentheses are refused before any reading. Square brackets are checked later, by the
+// reader, from the spans matched here.
 void Kalvos::CompileEntry(std::string_view raw) {
     Builder& w = Work;
     std::size_t from = raw.find_first_not_of(' ');
     if (from != std::string_view::npos && raw[from] == '#') ++from;
     raw.remove_prefix(std::min(from, raw.size()));
-    const auto grow = [&raw](std::vector<std::uint32_t>& v) {
-        if (v.size() < raw.size()) v.resize(raw.size());
-        return v.data();
-    };
-    std::uint32_t* const match = grow(w.Match);
-    std::uint32_t* const parens = grow(w.OpenParens);
-    std::uint32_t* const brackets = grow(w.OpenBrackets);
-    std::uint32_t openParens = 0, openBrackets = 0;
-    bool negative = false;
-    w.Text.resize(raw.size());
-    char* const text = w.Text.data();
-    char* out = text;
-    for (const char c : raw) {
-        *out = c;
-        if (!kSpecialInEntry[static_cast<unsigned char>(c)]) {
-            ++out;
-            continue;
-        }
-        const auto pos = static_cast<std::uint32_t>(out - text);
-        switch (c) {
-            case ' ':
-                continue;
-            case '(':
-                parens[openParens++] = pos;
-                break;
-            case ')':
-                negative = negative || openParens == 0;
-                if (openParens > 0) match[parens[--openParens]] = pos;
-                break;
-            case '[':
-                brackets[openBrackets++] = pos;
-                break;
-            case ']':
-                if (openBrackets > 0) match[brackets[--openBrackets]] = pos;
-                break;
-            default:
-                break;
-        }
-        ++out;
-    }
-    const auto length = static_cast<std::uint32_t>(out - text);
-    w.Text.resize(length);
-    while (openBrackets > 0) match[brackets[--openBrackets]] = kNone;
+    w.Text.assign(raw);
+    w.Text.erase(std::remove(w.Text.begin(), w.Text.end(), ' '), w.Text.end());
+    const auto length = Size32(w.Text.size());
+    const bool balanced = MatchSpans(w.Text, w.Match, w.OpenParens, w.OpenBrackets);
     w.Matched = true;
     if (length == 0) return Fail(MessageId::ExpressionEmpty, __LINE__, 0, 0);
-    if (negative || openParens != 0) return Fail(MessageId::ParenthesesWrong, __LINE__, 0, length);
+    if (!balanced) return Fail(MessageId::ParenthesesWrong, __LINE__, 0, length);
     OpenLevel(0, length, 0);
 }
 

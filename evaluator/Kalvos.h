@@ -511,7 +511,7 @@ private:
     static std::size_t ScanNumber(std::string_view text, double& value);
     static bool ConvertNumber(std::string_view literal, double& value);
     unsigned int SpanEnd(std::string_view text, char open, MessageId missing) const;
-    static void MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
+    static bool MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
                            std::vector<std::uint32_t>& parens,
                            std::vector<std::uint32_t>& brackets);
 

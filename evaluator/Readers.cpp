@@ -28,15 +28,16 @@ double ScaleExactly(std::uint64_t mantissa, int scale) {
     static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    if (mantissa == 0) return 0.0;
     const auto m = static_cast<double>(mantissa);
     return scale >= 0 ? m * kPowersOfTen[scale] : m / kPowersOfTen[-scale];
 }
 
-std::size_t SkipDigits(std::string_view text, std::size_t pos) {
-    while (pos < text.size() && KalvosVars::IsDigit(text[pos])) ++pos;
-    return pos;
-}
+// The characters MatchSpans looks at; most of a text is none of them.
+constexpr std::array<bool, 256> kSpanChar = [] {
+    std::array<bool, 256> span{};
+    for (const char c : {'(', ')', '[', ']'}) span[static_cast<unsigned char>(c)] = true;
+    return span;
+}();
 
 // strtod in the "C" locale, which is made once: the conversion must not follow a host that has
 // set a locale with another decimal point. This is the library's only system-specific code:
@@ -112,41 +113,40 @@ unsigned int Kalvos::SpanEnd(std::string_view text, char open, MessageId missing
 }
 
 // For each "(" and "[" of the text, the position of the ")" or "]" that closes it: the first
-// at which the count of that pair alone comes back to the depth before it. To parentheses,
-// brackets are ordinary characters, and the other way round. One pass, so that reading a
-// deeply nested text stays linear.
-[[gnu::noinline]] void Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
+// at which the count of that pair alone comes back to the depth before it, kNone for none. To
+// parentheses, brackets are ordinary characters, and the other way round. One pass, so that
+// reading a deeply nested text stays linear. True when the parentheses pair up from left to
+// right: none is left open, and no ")" comes while none is, so ")1+2(" is wrong too.
+[[gnu::noinline]] bool Kalvos::MatchSpans(std::string_view text, std::vector<std::uint32_t>& match,
                                           std::vector<std::uint32_t>& parens,
                                           std::vector<std::uint32_t>& brackets) {
-    if (match.size() < text.size()) match.resize(text.size());
-    parens.clear();
-    brackets.clear();
+    for (std::vector<std::uint32_t>* grown : {&match, &parens, &brackets}) {
+        if (grown->size() < text.size()) grown->resize(text.size());
+    }
+    std::uint32_t openParens = 0, openBrackets = 0;
+    bool unopened = false;
     for (std::uint32_t pos = 0; pos < text.size(); ++pos) {
+        if (!kSpanChar[static_cast<unsigned char>(text[pos])]) continue;
         switch (text[pos]) {
             case '(':
-                parens.push_back(pos);
+                parens[openParens++] = pos;
                 break;
             case '[':
-                brackets.push_back(pos);
+                brackets[openBrackets++] = pos;
                 break;
             case ')':
-                if (!parens.empty()) {
-                    match[parens.back()] = pos;
-                    parens.pop_back();
-                }
+                unopened = unopened || openParens == 0;
+                if (openParens > 0) match[parens[--openParens]] = pos;
                 break;
-            case ']':
-                if (!brackets.empty()) {
-                    match[brackets.back()] = pos;
-                    brackets.pop_back();
-                }
-                break;
-            default:
+            default:  // "]"
+                if (openBrackets > 0) match[brackets[--openBrackets]] = pos;
                 break;
         }
     }
-    for (const std::uint32_t open : parens) match[open] = kNone;
-    for (const std::uint32_t open : brackets) match[open] = kNone;
+    const bool balanced = !unopened && openParens == 0;
+    while (openParens > 0) match[parens[--openParens]] = kNone;
+    while (openBrackets > 0) match[brackets[--openBrackets]] = kNone;
+    return balanced;
 }
 
 std::string Kalvos::ReadName(const std::string& text, unsigned int& length, char& next) const {
@@ -179,12 +179,12 @@ double Kalvos::ReadNumber(std::string& text, bool& invalid) const {
 // number := digit+ ( "." digit* )? ( ("e" | "E") ("+" | "-") digit+ )?
 // The exponent's sign is required, so that 2e+1 is one number and a bare "e" after digits is
 // an error rather than the start of a name. Gives the length taken, 0 for no valid number.
-// A literal without exponent is converted as it is read when it is short (see ScaleExactly).
+// A short literal is converted as it is read (see ScaleExactly), any other by ConvertNumber.
 std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
-    std::uint64_t mantissa = 0;  // of the significant digits, while there are few enough
+    std::uint64_t mantissa = 0;  // of the significant digits; wraps when there are too many
     std::size_t digits = 0;
     const auto take = [&](char c) {
-        if (mantissa == 0 && c == '0') return;  // leading zeros are no digits
+        if (digits == 0 && c == '0') return;  // leading zeros are no digits
         ++digits;
         mantissa = mantissa * 10 + static_cast<std::uint64_t>(c - '0');
     };
@@ -197,63 +197,38 @@ std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
         while (end < text.size() && KalvosVars::IsDigit(text[end])) take(text[end++]);
         fraction = end - first;
     }
+    long exponent = 0;  // stops growing far beyond any exact scale, where it no longer matters
     if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
         const bool signFollows =
             end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
         if (!signFollows || end + 2 >= text.size() || !KalvosVars::IsDigit(text[end + 2])) {
             return 0;
         }
-        end = SkipDigits(text, end + 2);
-    } else if (digits <= static_cast<std::size_t>(kMaxExactDigits) &&
-               fraction <= static_cast<std::size_t>(kMaxExactScale)) {
-        value = ScaleExactly(mantissa, -static_cast<int>(fraction));
+        const bool negative = text[end + 1] == '-';
+        for (end += 2; end < text.size() && KalvosVars::IsDigit(text[end]); ++end) {
+            if (exponent <= 1000) exponent = exponent * 10 + (text[end] - '0');
+        }
+        if (negative) exponent = -exponent;
+    }
+    if (digits == 0) {  // zero, whatever its scale
+        value = 0.0;
+        return end;
+    }
+    const bool exact = digits <= static_cast<std::size_t>(kMaxExactDigits) &&
+                       fraction <= static_cast<std::size_t>(kMaxExactScale) &&
+                       std::labs(exponent - static_cast<long>(fraction)) <= kMaxExactScale;
+    if (exact) {
+        value = ScaleExactly(mantissa, static_cast<int>(exponent - static_cast<long>(fraction)));
         return end;
     }
     return ConvertNumber(text.substr(0, end), value) ? end : 0;
 }
 
-namespace {
-
-// A literal of up to kMaxExactDigits significant digits and a scale within kMaxExactScale.
-bool ConvertShort(std::string_view literal, double& value) {
-    std::uint64_t mantissa = 0;
-    int digits = 0;
-    int scale = 0;
-    bool fraction = false;
-    std::size_t i = 0;
-    for (; i < literal.size() && (KalvosVars::IsDigit(literal[i]) || literal[i] == '.'); ++i) {
-        if (literal[i] == '.') {
-            fraction = true;
-            continue;
-        }
-        if (fraction) --scale;
-        if (mantissa == 0 && literal[i] == '0') continue;  // leading zeros are no digits
-        if (++digits > kMaxExactDigits) return false;
-        mantissa = mantissa * 10 + static_cast<std::uint64_t>(literal[i] - '0');
-    }
-    if (i < literal.size()) {  // the scanner guarantees "e", a sign and digits
-        const bool negative = literal[i + 1] == '-';
-        int exponent = 0;
-        for (i += 2; i < literal.size(); ++i) {
-            if (exponent > 1000) return false;
-            exponent = exponent * 10 + (literal[i] - '0');
-        }
-        scale += negative ? -exponent : exponent;
-    }
-    if (mantissa != 0 && (scale < -kMaxExactScale || scale > kMaxExactScale)) return false;
-    value = ScaleExactly(mantissa, scale);
-    return true;
-}
-
-}  // namespace
-
 // Gives exactly what extracting a double from a stream in the "C" locale gives: the correctly
-// rounded value, 0 or a subnormal for an underflow, and failure for an overflow. Short
-// literals are converted exactly at once; then from_chars; whatever it does not convert
-// cleanly goes through strtod in the "C" locale, which is what the stream extraction itself
-// calls.
+// rounded value, 0 or a subnormal for an underflow, and failure for an overflow. from_chars
+// first; whatever it does not convert cleanly goes through strtod in the "C" locale, which is
+// what the stream extraction itself calls.
 bool Kalvos::ConvertNumber(std::string_view literal, double& value) {
-    if (ConvertShort(literal, value)) return true;
     const char* end = literal.data() + literal.size();
     const auto result = std::from_chars(literal.data(), end, value);
     if (result.ec == std::errc() && result.ptr == end) return true;
