@@ -45,6 +45,15 @@ const char* ResultLabel(int code) {
         acc = ApplyOperator(OP_##OPER, *in.A, acc);   \
         break;
 
+// A prefix operator in its two forms: its operand read in place, or the accumulator.
+#define KALVOS_PREFIX(NAME, OPER)       \
+    case Op::NAME##M:                   \
+        acc = ApplyPrefix(OPER, *in.B); \
+        break;                          \
+    case Op::NAME##A:                   \
+        acc = ApplyPrefix(OPER, acc);   \
+        break;
+
 // A division by zero raises before the quotient is taken.
 #define KALVOS_DIVIDE(FORM, LEFT, RIGHT)            \
     case Op::Div##FORM: {                           \
@@ -73,32 +82,22 @@ double Kalvos::Run(const Code& code) {
     for (; at != end; ++at) {
         const Instr& in = *at;
         switch (in.Code) {
-            case Op::NegM:
-                acc = ApplyPrefix(OP_None, *in.B);
-                break;
-            case Op::NegA:
-                acc = ApplyPrefix(OP_None, acc);
-                break;
-            case Op::NotM:
-                acc = ApplyPrefix(OP_Not, *in.B);
-                break;
-            case Op::NotA:
-                acc = ApplyPrefix(OP_Not, acc);
-                break;
-                KALVOS_INFIX(Mul)
-                KALVOS_DIVIDE(MM, *in.A, *in.B)
-                KALVOS_DIVIDE(AM, acc, *in.B)
-                KALVOS_DIVIDE(MA, *in.A, acc)
-                KALVOS_INFIX(Add)
-                KALVOS_INFIX(Sub)
-                KALVOS_INFIX(Eq)
-                KALVOS_INFIX(Neq)
-                KALVOS_INFIX(Lt)
-                KALVOS_INFIX(Gt)
-                KALVOS_INFIX(Le)
-                KALVOS_INFIX(Ge)
-                KALVOS_INFIX(And)
-                KALVOS_INFIX(Or)
+            KALVOS_PREFIX(Neg, OP_None)
+            KALVOS_PREFIX(Not, OP_Not)
+            KALVOS_INFIX(Mul)
+            KALVOS_DIVIDE(MM, *in.A, *in.B)
+            KALVOS_DIVIDE(AM, acc, *in.B)
+            KALVOS_DIVIDE(MA, *in.A, acc)
+            KALVOS_INFIX(Add)
+            KALVOS_INFIX(Sub)
+            KALVOS_INFIX(Eq)
+            KALVOS_INFIX(Neq)
+            KALVOS_INFIX(Lt)
+            KALVOS_INFIX(Gt)
+            KALVOS_INFIX(Le)
+            KALVOS_INFIX(Ge)
+            KALVOS_INFIX(And)
+            KALVOS_INFIX(Or)
             case Op::Call: {
                 if (!kCalls) KALVOS_UNREACHABLE();
                 const double* const* args = code.Args + in.Extra;
@@ -150,6 +149,7 @@ stop:
 template double Kalvos::Run<true>(const Code& code);
 template double Kalvos::Run<false>(const Code& code);
 
+#undef KALVOS_PREFIX
 #undef KALVOS_INFIX
 #undef KALVOS_DIVIDE
 #undef KALVOS_UNREACHABLE

@@ -63,6 +63,7 @@ public:
 
     /// ASCII letters, digits and '_': what may follow the first character of a name.
     static bool CharValid(char c) { return FirstCharValid(c) || IsDigit(c); }
+    /// '0' to '9'.
     static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
     /// ASCII letters and '_': what may begin a name (never a digit, so numbers stay readable).
     static bool FirstCharValid(char c) {
