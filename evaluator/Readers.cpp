@@ -214,6 +214,7 @@ std::size_t Kalvos::ScanNumber(std::string_view text, double& value) {
         value = 0.0;
         return end;
     }
+    // The fraction's length is bounded first, so that the scale below cannot overflow.
     const bool exact = digits <= static_cast<std::size_t>(kMaxExactDigits) &&
                        fraction <= static_cast<std::size_t>(kMaxExactScale) &&
                        std::labs(exponent - static_cast<long>(fraction)) <= kMaxExactScale;

@@ -3,7 +3,6 @@
 // evaluator.
 #include <unistd.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -125,8 +124,7 @@ Setup LineSetup(const std::string& flag, const std::string& value) {
 Setup TextSetup(const std::string& flag, const std::string& value) {
     // The "=" that assigns on a line ends the target: x[a==1]=t is x[a==1] and t.
     const std::size_t equals = cli::AssignmentSign(value);
-    const std::string_view target =
-        cli::TrimBlanks(std::string_view(value).substr(0, std::min(equals, value.size())));
+    const std::string_view target = cli::TrimBlanks(std::string_view(value).substr(0, equals));
     cli::Target parts;
     if (equals == std::string_view::npos || !cli::ReadTarget(target, parts)) {
         throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");

@@ -97,6 +97,7 @@ TEST_F(Reduction, AgreesWithTheRule) {
             ASSERT_EQ(BitsOf(k.ComputExpr(named)), BitsOf(expected)) << named;
         } else {
             EXPECT_RAISES(k.ComputExpr(text), "ComputExpr", "Evaluating [" + text + "]: " + error);
+            // A message that names a position would name another one in the longer text.
             if (error.find("position") != std::string::npos) continue;
             EXPECT_RAISES(k.ComputExpr(named), "ComputExpr",
                           "Evaluating [" + named + "]: " + error);
