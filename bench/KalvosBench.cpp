@@ -8,7 +8,6 @@
 // The summary after the run compares the paths by geometric means over the corpus.
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "Corpus.h"
+#include "Reporting.h"
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
 
@@ -331,38 +331,6 @@ bool CheckCorpus() {
     return ok;
 }
 
-// Shows the runs as the console reporter does and keeps the CPU time of each, by name, for the
-// summary printed after the run: the median when repetitions were asked for, otherwise the
-// fastest run. CPU time, since the calls are single-threaded and it is what other processes
-// on the machine disturb least.
-class CollectingReporter : public benchmark::ConsoleReporter {
-public:
-    // Colours only on a terminal, as the library's own reporter does by default.
-    CollectingReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            const std::string name = run.run_name.str();
-            const double time = run.GetAdjustedCPUTime();
-            if (run.run_type == Run::RT_Aggregate) {
-                if (run.aggregate_name == "median") Medians[name] = time;
-            } else if (Fastest.count(name) == 0 || time < Fastest[name]) {
-                Fastest[name] = time;
-            }
-        }
-    }
-    std::map<std::string, double> Times() const {
-        std::map<std::string, double> times = Fastest;
-        for (const auto& [name, time] : Medians) times[name] = time;
-        return times;
-    }
-
-private:
-    std::map<std::string, double> Fastest;
-    std::map<std::string, double> Medians;
-};
-
 void RegisterAll() {
     // Row by row, so that the console shows each row's counters under one heading.
     for (const Row& row : kRows) {
@@ -544,7 +512,7 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     if (!CheckCorpus()) return 1;
     RegisterAll();
-    CollectingReporter reporter;
+    bench::CollectingReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     Summary(reporter.Times()).Print();

@@ -13,6 +13,7 @@ struct Kalvos::CatalogueEntry {
     bool Pure;
     std::string_view Description;
     Builtin Compute;
+    Unary Plain = nullptr;  // for a pure function of one parameter: the same, called directly
 };
 
 namespace {
@@ -50,45 +51,49 @@ constexpr bool IsSortedByName(const Entry (&entries)[N]) {
 
 }  // namespace
 
+// A pure function of one parameter, x: its formula is written once, for the form every call
+// can take and for the plain function a run calls directly.
+#define KALVOS_UNARY(NAME, DESCRIPTION, FORMULA) \
+    {                                            \
+        NAME, 1, 1, true, DESCRIPTION,           \
+            [](K, P p, unsigned) {               \
+                const double x = p[0];           \
+                return FORMULA;                  \
+            },                                   \
+            [](double x) { return FORMULA; }     \
+    }
+
 // The built-in functions, sorted by name for a binary search. Their computations are defined
 // here, inside a member, because some use the evaluator's generator, store and routines.
 const Kalvos::CatalogueEntry* Kalvos::Catalogue(std::size_t& size) {
     using P = const double*;
     using K = const Kalvos&;
     static constexpr Entry kCatalogue[] = {
-        {"abs", 1, 1, true, "absolute value", [](K, P p, unsigned) { return std::fabs(p[0]); }},
-        {"acos", 1, 1, true, "arc cosine, in radians",
-         [](K, P p, unsigned) { return std::acos(p[0]); }},
-        {"asin", 1, 1, true, "arc sine, in radians",
-         [](K, P p, unsigned) { return std::asin(p[0]); }},
-        {"atan", 1, 1, true, "arc tangent, in radians",
-         [](K, P p, unsigned) { return std::atan(p[0]); }},
+        KALVOS_UNARY("abs", "absolute value", std::fabs(x)),
+        KALVOS_UNARY("acos", "arc cosine, in radians", std::acos(x)),
+        KALVOS_UNARY("asin", "arc sine, in radians", std::asin(x)),
+        KALVOS_UNARY("atan", "arc tangent, in radians", std::atan(x)),
         {"atan2", 2, 2, true, "angle of the point (b, a), in radians",
          [](K, P p, unsigned) { return std::atan2(p[0], p[1]); }},
-        {"ceil", 1, 1, true, "smallest integer not below x",
-         [](K, P p, unsigned) { return std::ceil(p[0]); }},
-        {"cos", 1, 1, true, "cosine of x radians", [](K, P p, unsigned) { return std::cos(p[0]); }},
-        {"cosdg", 1, 1, true, "cosine of x degrees",
-         [](K, P p, unsigned) { return std::cos(p[0] * kDegree); }},
-        {"cosh", 1, 1, true, "hyperbolic cosine", [](K, P p, unsigned) { return std::cosh(p[0]); }},
+        KALVOS_UNARY("ceil", "smallest integer not below x", std::ceil(x)),
+        KALVOS_UNARY("cos", "cosine of x radians", std::cos(x)),
+        KALVOS_UNARY("cosdg", "cosine of x degrees", std::cos(x * kDegree)),
+        KALVOS_UNARY("cosh", "hyperbolic cosine", std::cosh(x)),
         {"e", 0, 0, true, "Euler's number, 2.718281828459045",
          [](K, P, unsigned) { return 2.718281828459045; }},
         {"eval", 3, 3, true, "b when a is not zero, else c",
          [](K, P p, unsigned) { return p[0] != 0.0 ? p[1] : p[2]; }},
-        {"exp", 1, 1, true, "e to the power x", [](K, P p, unsigned) { return std::exp(p[0]); }},
-        {"float", 1, 1, true, "x rounded to single precision",
-         [](K, P p, unsigned) { return ToFloat(p[0]); }},
-        {"floor", 1, 1, true, "largest integer not above x",
-         [](K, P p, unsigned) { return std::floor(p[0]); }},
+        KALVOS_UNARY("exp", "e to the power x", std::exp(x)),
+        KALVOS_UNARY("float", "x rounded to single precision", ToFloat(x)),
+        KALVOS_UNARY("floor", "largest integer not above x", std::floor(x)),
         {"fmod", 2, 2, true, "remainder of a / b, with the sign of a",
          [](K, P p, unsigned) { return std::fmod(p[0], p[1]); }},
         {"fmodr", 2, 2, true, "fmod(a, b) rounded to an integer",
          [](K, P p, unsigned) { return std::round(std::fmod(p[0], p[1])); }},
-        {"int", 1, 1, true, "x truncated toward zero to a 32-bit integer",
-         [](K, P p, unsigned) { return static_cast<double>(TruncToInt(p[0])); }},
-        {"log", 1, 1, true, "natural logarithm", [](K, P p, unsigned) { return std::log(p[0]); }},
-        {"log10", 1, 1, true, "base-10 logarithm",
-         [](K, P p, unsigned) { return std::log10(p[0]); }},
+        KALVOS_UNARY("int", "x truncated toward zero to a 32-bit integer",
+                     static_cast<double>(TruncToInt(x))),
+        KALVOS_UNARY("log", "natural logarithm", std::log(x)),
+        KALVOS_UNARY("log10", "base-10 logarithm", std::log10(x)),
         {"max", 2, kMaxParameters, true, "largest of the parameters",
          [](K, P p, unsigned n) { return Extreme<false>(p, n); }},
         {"min", 2, kMaxParameters, true, "smallest of the parameters",
@@ -110,8 +115,7 @@ const Kalvos::CatalogueEntry* Kalvos::Catalogue(std::size_t& size) {
          [](K k, P p, unsigned) {
              return static_cast<double>(k.RandomInt(TruncToInt(p[0]), TruncToInt(p[1])));
          }},
-        {"round", 1, 1, true, "nearest integer, halves away from zero",
-         [](K, P p, unsigned) { return std::round(p[0]); }},
+        KALVOS_UNARY("round", "nearest integer, halves away from zero", std::round(x)),
         {"roundpos", 3, 3, true, "lattice point nearest to a, with origin b and spacing c",
          [](K k, P p, unsigned) { return k.CalcRoundPos(p[0], p[1], p[2]); }},
         {"roundposx", 1, 1, false, "lattice point nearest to x, origin PosMin_x, spacing Dp",
@@ -120,20 +124,17 @@ const Kalvos::CatalogueEntry* Kalvos::Catalogue(std::size_t& size) {
          [](K k, P p, unsigned) { return k.RoundPosOnAxis(p[0], "PosMin_y"); }},
         {"roundposz", 1, 1, false, "lattice point nearest to x, origin PosMin_z, spacing Dp",
          [](K k, P p, unsigned) { return k.RoundPosOnAxis(p[0], "PosMin_z"); }},
-        {"sin", 1, 1, true, "sine of x radians", [](K, P p, unsigned) { return std::sin(p[0]); }},
-        {"sindg", 1, 1, true, "sine of x degrees",
-         [](K, P p, unsigned) { return std::sin(p[0] * kDegree); }},
-        {"sinh", 1, 1, true, "hyperbolic sine", [](K, P p, unsigned) { return std::sinh(p[0]); }},
-        {"sqrt", 1, 1, true, "square root", [](K, P p, unsigned) { return std::sqrt(p[0]); }},
-        {"tan", 1, 1, true, "tangent of x radians",
-         [](K, P p, unsigned) { return std::tan(p[0]); }},
-        {"tandg", 1, 1, true, "tangent of x degrees",
-         [](K, P p, unsigned) { return std::tan(p[0] * kDegree); }},
-        {"tanh", 1, 1, true, "hyperbolic tangent",
-         [](K, P p, unsigned) { return std::tanh(p[0]); }},
+        KALVOS_UNARY("sin", "sine of x radians", std::sin(x)),
+        KALVOS_UNARY("sindg", "sine of x degrees", std::sin(x * kDegree)),
+        KALVOS_UNARY("sinh", "hyperbolic sine", std::sinh(x)),
+        KALVOS_UNARY("sqrt", "square root", std::sqrt(x)),
+        KALVOS_UNARY("tan", "tangent of x radians", std::tan(x)),
+        KALVOS_UNARY("tandg", "tangent of x degrees", std::tan(x * kDegree)),
+        KALVOS_UNARY("tanh", "hyperbolic tangent", std::tanh(x)),
         {"wavelength", 3, 3, true, "length of a water wave: gravity a, depth b, period c",
          [](K k, P p, unsigned) { return k.CalcWaveLength(p[0], p[1], p[2]); }},
     };
+#undef KALVOS_UNARY
     static_assert(sizeof kCatalogue / sizeof kCatalogue[0] == 40, "the 40 built-in functions");
     static_assert(IsSortedByName(kCatalogue), "the binary search needs the names in order");
     size = std::size(kCatalogue);
@@ -172,6 +173,14 @@ Kalvos::FunctionInfo Kalvos::GetFunction(std::size_t index) {
 
 bool Kalvos::IsPure(const CatalogueEntry& entry) { return entry.Pure; }
 
+bool Kalvos::IsPureBuiltin(Builtin function) {
+    std::size_t size = 0;
+    const Entry* const catalogue = Catalogue(size);
+    const Entry* const entry = std::find_if(catalogue, catalogue + size,
+                                            [&](const Entry& e) { return e.Compute == function; });
+    return entry != catalogue + size && entry->Pure;
+}
+
 std::uint32_t Kalvos::CatalogueIndex(const CatalogueEntry& entry) {
     std::size_t size = 0;
     return static_cast<std::uint32_t>(&entry - Catalogue(size));
@@ -180,6 +189,11 @@ std::uint32_t Kalvos::CatalogueIndex(const CatalogueEntry& entry) {
 Kalvos::Builtin Kalvos::BuiltinAt(std::uint32_t index) {
     std::size_t size = 0;
     return Catalogue(size)[index].Compute;
+}
+
+Kalvos::Unary Kalvos::UnaryAt(std::uint32_t index) {
+    std::size_t size = 0;
+    return Catalogue(size)[index].Plain;
 }
 
 double Kalvos::CallBuiltin(const CatalogueEntry& entry, const double* values,

@@ -25,6 +25,7 @@ constexpr std::uint8_t kOperands[] = {
     kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // Le Ge
     kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // And Or
     kWrites | kCallsOut,                                                       // Call
+    kReadsA | kWrites | kCallsOut,                                             // CallUnary
     kReadsA | kCallsOut,                                                       // CheckIndex
     kWrites | kCallsOut,                                                       // LoadIndexed
     0,                                                                         // Raise
@@ -407,6 +408,12 @@ void Kalvos::Lower(Code& code, Patch* patches) {
         if ((uses & kReadsB) != 0) in.B = Address(code, d.B, pc, Field::B, patches);
         if ((uses & kWrites) != 0) in.Dst = code.Slots + d.Dst;
         if (d.Code == Op::Call) in.Function = BuiltinAt(d.Fn);
+        if (d.Code == Op::Call && d.Count == 1 && UnaryAt(d.Fn) != nullptr) {
+            // Its parameter read where it lives, its plain function called directly.
+            in.Code = Op::CallUnary;
+            in.A = Address(code, w.ArgRefs[d.Extra], pc, Field::A, patches);
+            in.Plain = UnaryAt(d.Fn);
+        }
         calls = calls || (uses & kCallsOut) != 0;
     }
     code.Calls = calls;

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <memory>
 
+#include "evaluator/Bulk.h"
 #include "support/KalvosVars.h"
 #include "support/RandomMersenne.h"
 
@@ -22,7 +23,7 @@ std::uint64_t NextSerial() {
 
 }  // namespace
 
-Kalvos::Kalvos() : Vars(nullptr), RandGen(nullptr) {
+Kalvos::Kalvos() : Vars(nullptr), RandGen(nullptr), BulkWork(std::make_unique<Bulk>()) {
     ClassName = "Kalvos";
     auto vars = std::make_unique<KalvosVars>();
     auto randGen = std::make_unique<CRandomMersenne>(ClockSeed());
@@ -48,6 +49,8 @@ void Kalvos::Reset() {
     Current = ProgramRef();
     ErrorText.clear();
     ClearCache();
+    // The plans keep programs alive; the threads, as the cache limits, stay.
+    BulkWork->Plans.clear();
     Serial = NextSerial();
 }
 

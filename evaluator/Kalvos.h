@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -92,6 +93,42 @@ public:
     /// expression [%s] belongs to another evaluator or was made before Reset." (method
     /// "ComputeCompiled") for a handle of another object, or one made before the last Reset.
     double ComputeCompiled(const CompiledExpr& compiled);
+
+    /// One input of a bulk call: for element i, the variable `Name` takes the double that lies
+    /// i * Stride bytes after Data. Stride 0 repeats one value; a stride that is no multiple
+    /// of sizeof(double) reads a member of packed structs.
+    struct Column {
+        std::string Name;
+        const double* Data = nullptr;
+        std::size_t Stride = sizeof(double);
+    };
+    /// Computes the handle for `count` elements into out[0, count): exactly the loop "for each
+    /// element i: SetVarNum(name, value i) for every column, then out[i] =
+    /// ComputeCompiled(compiled)": the same bits, the same random draws, the same failure (the
+    /// first failing element raises what the loop would raise, the elements before it written
+    /// and none after it), ExprText and ErrorText as the loop leaves them, and each column's
+    /// variable holding the value of the last element run. GetFailedElement tells which
+    /// element failed. With more than one thread (SetThreads), elements after the failing one
+    /// may be written too; nothing else depends on the thread count.
+    ///
+    /// Each instruction runs over a block of elements at a time; what reads no column runs once
+    /// per call. A program that draws random numbers, builds variable names from computed
+    /// indices (x[i + 1]) or calls "roundposx", "roundposy" or "roundposz" runs element by
+    /// element, on one thread, with the same results. `out` may be exactly a column's data
+    /// with that column's stride sizeof(double); any other overlap with a column, a null
+    /// pointer and two columns of one name raise before anything is written or set ("Bulk
+    /// evaluation of [%s]: ...", method "ComputeCompiled"). `count` 0 does nothing.
+    void ComputeCompiled(const CompiledExpr& compiled, std::size_t count,
+                         const std::vector<Column>& columns, double* out);
+    /// The element whose failure the last bulk call raised; kNoElement when that call did not
+    /// fail in an element (it succeeded, or its arguments were refused) or none was made.
+    std::size_t GetFailedElement() const;
+    static constexpr std::size_t kNoElement = static_cast<std::size_t>(-1);
+    /// The threads of a bulk call, the calling one included: 1 (the default) to kMaxThreads.
+    /// The object starts the others, and stops them when it ends or the count changes.
+    void SetThreads(unsigned int threads);
+    unsigned int GetThreads() const;
+    static constexpr unsigned int kMaxThreads = 256;
 
     /// The object keeps the programs of the texts it has evaluated more than once, keyed by
     /// the text exactly as given, up to `entries` programs and `bytes` bytes in all (defaults:
@@ -208,6 +245,7 @@ private:
         LtMM, LtAM, LtMA, GtMM, GtAM, GtMA, LeMM, LeAM, LeMA, GeMM, GeAM, GeMA,
         AndMM, AndAM, AndMA, OrMM, OrAM, OrMA,
         Call,         // catalogue entry Fn of Count parameters, read through Args from Extra
+        CallUnary,    // catalogue entry of one parameter, read through A, by its plain function
         CheckIndex,   // raises when A, truncated, is negative
         LoadIndexed,  // the variable named by Aux[Extra], Aux[Extra+1], with Count indices
                       // appended, read through Args from Aux[Extra+2]
@@ -236,6 +274,8 @@ private:
 
     /// The computation of a built-in function.
     using Builtin = double (*)(const Kalvos& k, const double* p, unsigned int count);
+    /// The same computation of a pure function of one parameter, which a run calls directly.
+    using Unary = double (*)(double x);
 
     /// An instruction as it runs: its operands are read where they live, a variable's number
     /// in the store. A call holds its function in place of its second operand.
@@ -247,6 +287,7 @@ private:
         union {
             const double* B;
             Builtin Function;
+            Unary Plain;
         };
         double* Dst;
     };
@@ -577,10 +618,16 @@ private:
     static bool IsPure(const CatalogueEntry& entry);
     static std::uint32_t CatalogueIndex(const CatalogueEntry& entry);
     static Builtin BuiltinAt(std::uint32_t index);
+    static Unary UnaryAt(std::uint32_t index);
     double CallBuiltin(const CatalogueEntry& entry, const double* values, unsigned int count) const;
     double RoundPosOnAxis(double p, const char* axisVariable) const;
 
     std::string Expand(std::string_view text) const;
+
+    // Bulk.cpp: the bulk calls; BlockMachine.h: the machine that runs a program over blocks.
+    struct Bulk;
+    struct BlockMachine;
+    static bool IsPureBuiltin(Builtin function);
 
     static bool EqualsLower(std::string_view text, std::string_view lower);
 
@@ -602,4 +649,5 @@ private:
     Fault Halt;            // where the run stopped, while it is raised
     Code Loose;            // the code of the last text compiled without a program of its own
     std::uint64_t Serial = 0;
+    std::unique_ptr<Bulk> BulkWork;  // the plans, threads and buffers of the bulk calls
 };

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
@@ -32,38 +33,78 @@ const char* ResultLabel(int code) {
 #define KALVOS_UNREACHABLE() break
 #endif
 
+// How the run goes from one instruction to the next. Where the compiler can jump through a
+// table of labels, each instruction ends in a jump of its own, which the processor predicts
+// from the instruction it ends: a third faster than one shared jump on formulas of a few
+// operators. Elsewhere, and where KALVOS_PORTABLE_DISPATCH asks for it, a switch in a loop.
+#if defined(__GNUC__) && !defined(KALVOS_PORTABLE_DISPATCH)
+#define KALVOS_THREADED 1
+#define KALVOS_OP(NAME) L_##NAME:
+#define KALVOS_DISPATCH()       \
+    if (at == end) goto finish; \
+    goto* kTargets[static_cast<unsigned int>(at->Code)];
+#define KALVOS_BEGIN_DISPATCH KALVOS_DISPATCH()
+#define KALVOS_END_DISPATCH
+#else
+#define KALVOS_THREADED 0
+#define KALVOS_OP(NAME) case Op::NAME:
+#define KALVOS_DISPATCH() continue;
+#define KALVOS_BEGIN_DISPATCH       \
+    for (;;) {                      \
+        if (at == end) goto finish; \
+        switch (at->Code) {
+#define KALVOS_END_DISPATCH   \
+    default:                  \
+        KALVOS_UNREACHABLE(); \
+        }                     \
+        }
+#endif
+// The value an instruction leaves goes to its slot and stays in the accumulator.
+#define KALVOS_NEXT \
+    *at->Dst = acc; \
+    ++at;           \
+    KALVOS_DISPATCH()
+
 // An infix operator in its three forms (see Op): both operands read in place, the left one
 // the accumulator, the right one the accumulator.
-#define KALVOS_INFIX(OPER)                            \
-    case Op::OPER##MM:                                \
-        acc = ApplyOperator(OP_##OPER, *in.A, *in.B); \
-        break;                                        \
-    case Op::OPER##AM:                                \
-        acc = ApplyOperator(OP_##OPER, acc, *in.B);   \
-        break;                                        \
-    case Op::OPER##MA:                                \
-        acc = ApplyOperator(OP_##OPER, *in.A, acc);   \
-        break;
+#define KALVOS_INFIX(OPER)                          \
+    KALVOS_OP(OPER##MM)                             \
+    acc = ApplyOperator(OP_##OPER, *at->A, *at->B); \
+    KALVOS_NEXT                                     \
+    KALVOS_OP(OPER##AM)                             \
+    acc = ApplyOperator(OP_##OPER, acc, *at->B);    \
+    KALVOS_NEXT                                     \
+    KALVOS_OP(OPER##MA)                             \
+    acc = ApplyOperator(OP_##OPER, *at->A, acc);    \
+    KALVOS_NEXT
 
 // A prefix operator in its two forms: its operand read in place, or the accumulator.
-#define KALVOS_PREFIX(NAME, OPER)       \
-    case Op::NAME##M:                   \
-        acc = ApplyPrefix(OPER, *in.B); \
-        break;                          \
-    case Op::NAME##A:                   \
-        acc = ApplyPrefix(OPER, acc);   \
-        break;
+#define KALVOS_PREFIX(NAME, OPER)    \
+    KALVOS_OP(NAME##M)               \
+    acc = ApplyPrefix(OPER, *at->B); \
+    KALVOS_NEXT                      \
+    KALVOS_OP(NAME##A)               \
+    acc = ApplyPrefix(OPER, acc);    \
+    KALVOS_NEXT
 
 // A division by zero raises before the quotient is taken.
 #define KALVOS_DIVIDE(FORM, LEFT, RIGHT)            \
-    case Op::Div##FORM: {                           \
+    KALVOS_OP(Div##FORM) {                          \
         const double divisor = RIGHT;               \
         if (divisor == 0.0) {                       \
             failure = MessageId::DivisionByZero;    \
             goto stop;                              \
         }                                           \
         acc = ApplyOperator(OP_Div, LEFT, divisor); \
-        break;                                      \
+    }                                               \
+    KALVOS_NEXT
+
+// A call's value that is not finite raises.
+#define KALVOS_CHECK_RESULT()               \
+    if (!std::isfinite(acc)) {              \
+        failure = MessageId::InvalidResult; \
+        Halt.Value = acc;                   \
+        goto stop;                          \
     }
 
 // Runs compiled code against the store as it is now. Variables named by the text are
@@ -71,69 +112,87 @@ const char* ResultLabel(int code) {
 // not resolve stops the run where the text reads it. Every value an instruction computes
 // goes to its slot and stays in the accumulator for the next. A failure stops the run, which
 // hands it to RaiseHalt.
+#if KALVOS_THREADED
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic"  // the table of labels
+#endif
 template <bool kCalls>
 double Kalvos::Run(const Code& code) {
+#if KALVOS_THREADED
+    // clang-format off
+    static const void* const kTargets[] = {
+        &&L_NegM, &&L_NegA, &&L_NotM, &&L_NotA,
+        &&L_MulMM, &&L_MulAM, &&L_MulMA, &&L_DivMM, &&L_DivAM, &&L_DivMA,
+        &&L_AddMM, &&L_AddAM, &&L_AddMA, &&L_SubMM, &&L_SubAM, &&L_SubMA,
+        &&L_EqMM, &&L_EqAM, &&L_EqMA, &&L_NeqMM, &&L_NeqAM, &&L_NeqMA,
+        &&L_LtMM, &&L_LtAM, &&L_LtMA, &&L_GtMM, &&L_GtAM, &&L_GtMA,
+        &&L_LeMM, &&L_LeAM, &&L_LeMA, &&L_GeMM, &&L_GeAM, &&L_GeMA,
+        &&L_AndMM, &&L_AndAM, &&L_AndMA, &&L_OrMM, &&L_OrAM, &&L_OrMA,
+        &&L_Call, &&L_CallUnary, &&L_CheckIndex, &&L_LoadIndexed, &&L_Raise};
+    // clang-format on
+    static_assert(std::size(kTargets) == static_cast<unsigned int>(Op::Raise) + 1,
+                  "one label for each Op");
+#endif
     const bool faulty = code.FirstFault < code.LinkCount;
     const Instr* const end =
         code.Instrs + (faulty ? code.Links[code.FirstFault].Pc : code.InstrCount);
     MessageId failure = MessageId::Count;
     double acc = 0.0;
     const Instr* at = code.Instrs;
-    for (; at != end; ++at) {
-        const Instr& in = *at;
-        switch (in.Code) {
-            KALVOS_PREFIX(Neg, OP_None)
-            KALVOS_PREFIX(Not, OP_Not)
-            KALVOS_INFIX(Mul)
-            KALVOS_DIVIDE(MM, *in.A, *in.B)
-            KALVOS_DIVIDE(AM, acc, *in.B)
-            KALVOS_DIVIDE(MA, *in.A, acc)
-            KALVOS_INFIX(Add)
-            KALVOS_INFIX(Sub)
-            KALVOS_INFIX(Eq)
-            KALVOS_INFIX(Neq)
-            KALVOS_INFIX(Lt)
-            KALVOS_INFIX(Gt)
-            KALVOS_INFIX(Le)
-            KALVOS_INFIX(Ge)
-            KALVOS_INFIX(And)
-            KALVOS_INFIX(Or)
-            case Op::Call: {
-                if (!kCalls) KALVOS_UNREACHABLE();
-                const double* const* args = code.Args + in.Extra;
-                double values[kMaxParameters];
-                for (unsigned int i = 0; i < in.Count; ++i) values[i] = *args[i];
-                acc = in.Function(*this, values, in.Count);
-                if (!std::isfinite(acc)) {
-                    failure = MessageId::InvalidResult;
-                    Halt.Value = acc;
-                    goto stop;
-                }
-                break;
-            }
-            case Op::CheckIndex:
-                if (!kCalls) KALVOS_UNREACHABLE();
-                if (TruncToInt(*in.A) < 0) {
-                    failure = MessageId::NegativeIndex;
-                    goto stop;
-                }
-                continue;
-            case Op::LoadIndexed: {
-                if (!kCalls) KALVOS_UNREACHABLE();
-                double loaded = 0.0;  // not the accumulator, which stays in a register
-                failure = LoadIndexed(code, in, loaded);
-                if (failure != MessageId::Count) goto stop;
-                acc = loaded;
-                break;
-            }
-            case Op::Raise:
-                failure = SiteAt(code, static_cast<std::uint32_t>(at - code.Instrs)).Id;
-                goto stop;
-            default:
-                KALVOS_UNREACHABLE();
-        }
-        *in.Dst = acc;
+    KALVOS_BEGIN_DISPATCH
+    KALVOS_PREFIX(Neg, OP_None)
+    KALVOS_PREFIX(Not, OP_Not)
+    KALVOS_INFIX(Mul)
+    KALVOS_DIVIDE(MM, *at->A, *at->B)
+    KALVOS_DIVIDE(AM, acc, *at->B)
+    KALVOS_DIVIDE(MA, *at->A, acc)
+    KALVOS_INFIX(Add)
+    KALVOS_INFIX(Sub)
+    KALVOS_INFIX(Eq)
+    KALVOS_INFIX(Neq)
+    KALVOS_INFIX(Lt)
+    KALVOS_INFIX(Gt)
+    KALVOS_INFIX(Le)
+    KALVOS_INFIX(Ge)
+    KALVOS_INFIX(And)
+    KALVOS_INFIX(Or)
+    KALVOS_OP(Call) {
+        if (!kCalls) KALVOS_UNREACHABLE();
+        const double* const* args = code.Args + at->Extra;
+        double values[kMaxParameters];
+        for (unsigned int i = 0; i < at->Count; ++i) values[i] = *args[i];
+        acc = at->Function(*this, values, at->Count);
+        KALVOS_CHECK_RESULT()
     }
+    KALVOS_NEXT
+    KALVOS_OP(CallUnary) {
+        if (!kCalls) KALVOS_UNREACHABLE();
+        acc = at->Plain(*at->A);
+        KALVOS_CHECK_RESULT()
+    }
+    KALVOS_NEXT
+    KALVOS_OP(CheckIndex) {
+        if (!kCalls) KALVOS_UNREACHABLE();
+        if (TruncToInt(*at->A) < 0) {
+            failure = MessageId::NegativeIndex;
+            goto stop;
+        }
+        ++at;  // it leaves no value
+    }
+    KALVOS_DISPATCH()
+    KALVOS_OP(LoadIndexed) {
+        if (!kCalls) KALVOS_UNREACHABLE();
+        double loaded = 0.0;  // not the accumulator, which stays in a register
+        failure = LoadIndexed(code, *at, loaded);
+        if (failure != MessageId::Count) goto stop;
+        acc = loaded;
+    }
+    KALVOS_NEXT
+    KALVOS_OP(Raise)
+    failure = SiteAt(code, static_cast<std::uint32_t>(at - code.Instrs)).Id;
+    goto stop;
+    KALVOS_END_DISPATCH
+finish:
     if (!faulty) return *code.Result;
     Halt.Id = code.Links[code.FirstFault].Fault;
     Halt.Variable = &code.Links[code.FirstFault];
@@ -145,13 +204,23 @@ stop:
     Halt.Variable = nullptr;
     return RaiseHalt(code);
 }
+#if KALVOS_THREADED
+#pragma GCC diagnostic pop
+#endif
 
 template double Kalvos::Run<true>(const Code& code);
 template double Kalvos::Run<false>(const Code& code);
 
+#undef KALVOS_CHECK_RESULT
+#undef KALVOS_DIVIDE
 #undef KALVOS_PREFIX
 #undef KALVOS_INFIX
-#undef KALVOS_DIVIDE
+#undef KALVOS_NEXT
+#undef KALVOS_END_DISPATCH
+#undef KALVOS_BEGIN_DISPATCH
+#undef KALVOS_DISPATCH
+#undef KALVOS_OP
+#undef KALVOS_THREADED
 #undef KALVOS_UNREACHABLE
 
 // Resolves every link again and writes its address wherever the code reads it.

@@ -39,17 +39,24 @@ void KalvosVars::Reset() {
     RebuildSlots(kFirstSlotCount);
 }
 
-void KalvosVars::SetVarNum(const std::string& name, double value) {
-    Var& var = Items[Define(name)];
+void KalvosVars::SetVarNum(const std::string& name, double value) { (void)SetNum(name, value); }
+
+unsigned int KalvosVars::SetNum(std::string_view name, double value) {
+    const unsigned int idx = Define(name);
+    Var& var = Items[idx];
     if (!var.IsNum) ++Version;
     var.IsNum = true;
     var.Num = value;
     var.Str.clear();
+    return idx;
 }
 
 void KalvosVars::SetVarStr(const std::string& name, const std::string& value) {
     Var& var = Items[Define(name)];
-    if (var.IsNum) ++Version;
+    if (var.IsNum) {
+        ++Version;
+        var.Id = ++LastId;  // references to the number go stale
+    }
     var.IsNum = false;
     var.Num = 0.0;
     var.Str = value;
@@ -101,11 +108,39 @@ double KalvosVars::GetVarNum(const std::string& name, std::string errortext) con
     return Items[idx].Num;
 }
 
-unsigned int KalvosVars::Define(const std::string& name) {
+KalvosVars::NumRef KalvosVars::GetNumRef(const std::string& name) {
+    const unsigned int idx = FindVar(name);
+    if (idx == kNoVar) Raise<MessageId::RefNoVariable>(__LINE__, "", name);
+    if (!Items[idx].IsNum) Raise<MessageId::RefNotNumeric>(__LINE__, "", name);
+    return NumRef(this, idx);
+}
+
+KalvosVars::NumRef::NumRef(KalvosVars* store, unsigned int idx)
+    : Store(store),
+      Num(&store->Items[idx].Num),
+      Version(store->Version),
+      Id(store->Items[idx].Id),
+      Name(store->Items[idx].Name) {}
+
+double* KalvosVars::NumRef::Find() const {
+    if (Store == nullptr) {
+        const MessageReport report = Describe<MessageId::RefEmpty>(__LINE__, "");
+        throw JException(report.Module, report.Line, "KalvosVars", report.Method, report.Text, "");
+    }
+    const unsigned int idx = Store->FindVar(Name);
+    if (idx == kNoVar || Store->Items[idx].Id != Id) {
+        Store->Raise<MessageId::RefStale>(__LINE__, "", Name);
+    }
+    Num = &Store->Items[idx].Num;
+    Version = Store->Version;
+    return Num;
+}
+
+unsigned int KalvosVars::Define(std::string_view name) {
     const unsigned int found = FindVar(name);
     if (found != kNoVar) return found;
     ++Version;
-    Items.push_back(Var{name, true, 0.0, std::string()});
+    Items.push_back(Var{std::string(name), true, 0.0, std::string(), ++LastId});
     if (Items.size() * 2 > Slots.size()) {
         RebuildSlots(Slots.size() * 2);
     } else {

@@ -19,6 +19,37 @@ public:
     /// The index that designates no variable.
     static constexpr unsigned int kNoVar = 0xFFFFFFFFu;
 
+    /// A numeric variable held for a host that sets or reads it often: Set and Get look no name
+    /// up and allocate nothing. The reference follows its variable while other variables come
+    /// and go; it goes stale when its variable is deleted (DelVar, Reset) or turns into a text,
+    /// and stays stale after that, also when a variable of the same name is defined again.
+    /// Using a stale or default-constructed reference raises a JException (method "NumRef").
+    /// Like an iterator and its container, a reference must not outlive its store.
+    class KALVOS_EXPORT NumRef {
+    public:
+        NumRef() = default;
+        void Set(double value) { *Address() = value; }
+        double Get() const { return *Address(); }
+        /// The name of the variable; empty for a default-constructed reference.
+        const std::string& GetName() const { return Name; }
+
+    private:
+        friend class KalvosVars;
+        NumRef(KalvosVars* store, unsigned int idx);
+        // Where the number lives: kept while the store's version holds, found again by name
+        // (and checked to be the same variable) when it has changed.
+        double* Address() const {
+            return Store != nullptr && Store->Version == Version ? Num : Find();
+        }
+        double* Find() const;
+
+        KalvosVars* Store = nullptr;
+        mutable double* Num = nullptr;
+        mutable std::uint64_t Version = 0;
+        std::uint64_t Id = 0;
+        std::string Name;
+    };
+
     KalvosVars();
     ~KalvosVars();
 
@@ -60,6 +91,9 @@ public:
     /// Raises when no variable has the name or when it holds a text; the error text is
     /// appended to the message.
     double GetVarNum(const std::string& name, std::string errortext) const;
+    /// A reference to the numeric variable of that name; raises as GetVarNum does when there is
+    /// none or when it holds a text.
+    NumRef GetNumRef(const std::string& name);
 
     /// ASCII letters, digits and '_': what may follow the first character of a name.
     static bool CharValid(char c) { return FirstCharValid(c) || IsDigit(c); }
@@ -74,14 +108,24 @@ public:
     KalvosVars& operator=(const KalvosVars&) = delete;
 
 private:
+    // The evaluator's bulk calls set their columns' variables as SetVarNum does, and then write
+    // each element's values where the numbers live.
+    friend class Kalvos;
+
     struct Var {
         std::string Name;
         bool IsNum;
         double Num;
         std::string Str;
+        // Tells a variable apart from one defined later under the same name, and a number from
+        // what it was before it last turned into a text; what a NumRef holds on to.
+        std::uint64_t Id;
     };
 
-    unsigned int Define(const std::string& name);
+    /// SetVarNum, giving the variable's index.
+    unsigned int SetNum(std::string_view name, double value);
+    double* NumAddress(unsigned int idx) { return &Items[idx].Num; }
+    unsigned int Define(std::string_view name);
     void RebuildSlots(std::size_t slotCount);
     void Place(std::size_t idx);
     const Var& At(unsigned int idx, MessageId id, const std::string& errortext) const;
@@ -94,4 +138,5 @@ private:
     // hashes agree. The table is kept at most half full so that a probe ends quickly.
     std::vector<std::uint64_t> Slots;
     std::uint64_t Version = 1;
+    std::uint64_t LastId = 0;
 };

@@ -39,6 +39,18 @@ enum class MessageId : std::uint8_t {
     StoreIndexOutOfRange,
     StrIndexOutOfRange,
     NameIndexOutOfRange,
+    RefNoVariable,
+    RefNotNumeric,
+    RefEmpty,
+    RefStale,
+    BulkNoOutput,
+    BulkOutputTooLong,
+    BulkNoData,
+    BulkSameName,
+    BulkColumnTooLong,
+    BulkOverlap,
+    ThreadCount,
+    ThreadsNotStarted,
     Count
 };
 
@@ -79,6 +91,22 @@ inline constexpr MessageTemplate kMessages[] = {
     {"KalvosVars", "GetVarNum", "Variable index %u is out of range."},
     {"KalvosVars", "GetVarStr", "Variable index %u is out of range."},
     {"KalvosVars", "GetVarName", "Variable index %u is out of range."},
+    {"KalvosVars", "GetNumRef", "The variable '%s' does not exist."},
+    {"KalvosVars", "GetNumRef", "The variable '%s' is not a numeric variable."},
+    {"KalvosVars", "NumRef", "The variable reference is empty."},
+    {"KalvosVars", "NumRef",
+     "The reference to the variable '%s' is stale: the variable was deleted or turned into a "
+     "text."},
+    {"Kalvos", "ComputeCompiled", "Bulk evaluation of [%s]: The output is a null pointer."},
+    {"Kalvos", "ComputeCompiled",
+     "Bulk evaluation of [%s]: The output reaches past the end of memory."},
+    {"Kalvos", "ComputeCompiled", "Bulk evaluation of [%s]: Column '%s' has no data."},
+    {"Kalvos", "ComputeCompiled", "Bulk evaluation of [%s]: Two columns are named '%s'."},
+    {"Kalvos", "ComputeCompiled",
+     "Bulk evaluation of [%s]: Column '%s' reaches past the end of memory."},
+    {"Kalvos", "ComputeCompiled", "Bulk evaluation of [%s]: The output overlaps column '%s'."},
+    {"Kalvos", "SetThreads", "The thread count %u is not within 1 to %u."},
+    {"Kalvos", "SetThreads", "The threads could not be started: %s"},
 };
 static_assert(std::size(kMessages) == static_cast<std::size_t>(MessageId::Count),
               "one template for each MessageId");

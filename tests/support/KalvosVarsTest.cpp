@@ -47,3 +47,41 @@ TEST(KalvosVars, ReadersRaiseWithTheErrorTextAppended) {
         EXPECT_EQ(KalvosVars::CharValid(ch), ch == '0') << ch;
     }
 }
+
+// A reference follows its variable while others come and go and the store grows; it goes
+// stale, for good, when its variable is deleted, reset away or turned into a text.
+TEST(KalvosVars, ReferencesFollowTheirVariableUntilItGoes) {
+    KalvosVars vars;
+    vars.SetVarNum("x", 1);
+    vars.SetVarNum("y", 2);
+    KalvosVars::NumRef x = vars.GetNumRef("x");
+    KalvosVars::NumRef y = vars.GetNumRef("y");
+    const KalvosVars::NumRef copy = y;
+    EXPECT_EQ(x.GetName(), "x");
+    x.Set(-0.0);
+    EXPECT_EQ(BitsOf(vars.GetVarNum("x", "")), BitsOf(-0.0));
+    vars.SetVarNum("y", 5);
+    EXPECT_EQ(copy.Get(), 5);
+    EXPECT_TRUE(vars.DelVar("x"));  // y moves down an index
+    for (int i = 0; i < 100; ++i) vars.SetVarNum("v" + std::to_string(i), i);  // and in memory
+    y.Set(7);
+    EXPECT_EQ(vars.GetVarNum("y", ""), 7);
+    EXPECT_EQ(copy.Get(), 7);
+    const std::string stale =
+        "The reference to the variable '%s' is stale: the variable was deleted or turned into a "
+        "text.";
+    vars.SetVarNum("x", 3);  // the same name, another variable
+    EXPECT_RAISES(x.Set(1), "NumRef", fun::PrintStr(stale.c_str(), "x"));
+    vars.SetVarStr("y", "now a text");
+    vars.SetVarNum("y", 8);  // and a number again: still another life of y
+    EXPECT_RAISES((void)y.Get(), "NumRef", fun::PrintStr(stale.c_str(), "y"));
+    KalvosVars::NumRef v = vars.GetNumRef("v1");
+    vars.Reset();
+    vars.SetVarNum("v1", 1);
+    EXPECT_RAISES(v.Set(2), "NumRef", fun::PrintStr(stale.c_str(), "v1"));
+    KalvosVars::NumRef empty;
+    EXPECT_RAISES(empty.Set(1), "NumRef", "The variable reference is empty.");
+    vars.SetVarStr("t", "x");
+    EXPECT_RAISES(vars.GetNumRef("t"), "GetNumRef", "The variable 't' is not a numeric variable.");
+    EXPECT_RAISES(vars.GetNumRef("zz"), "GetNumRef", "The variable 'zz' does not exist.");
+}
