@@ -38,8 +38,8 @@ void Kalvos::ComputeCompiled(const CompiledExpr& compiled, std::size_t count,
     // The loop's first element sets its columns as SetVarNum does, then meets the handle.
     bulk.FailedElement = 0;
     bulk.Bind(*Vars, columns, count);
-    Adopt(compiled);
-    Code& code = Current.Get()->Body;
+    Enter(compiled);
+    Code& code = Active->Prog.Get()->Body;
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
     const BlockMachine::Plan& plan = bulk.PlanFor(*this, code);
     const std::size_t done = plan.Elementwise ? 0 : bulk.RunBlocks(*this, plan, count, out);
@@ -73,8 +73,8 @@ unsigned int Kalvos::GetThreads() const { return BulkWork->Threads; }
 // anything is set or written.
 void Kalvos::Bulk::Check(const Kalvos& k, const CompiledExpr& compiled, std::size_t count,
                          const std::vector<Column>& columns, const double* out) {
-    const std::string& text = compiled.ExprText;
-    const std::string& error = compiled.ErrorText;
+    const std::string& text = compiled.GetExprText();
+    const std::string& error = compiled.GetErrorText();
     if (out == nullptr) k.Raise<MessageId::BulkNoOutput>(__LINE__, error, text);
     const auto outBegin = reinterpret_cast<std::uintptr_t>(out);
     std::uintptr_t outEnd = 0;
@@ -126,7 +126,7 @@ void Kalvos::Bulk::Bind(KalvosVars& vars, const std::vector<Column>& columns, st
 }
 
 const Kalvos::BlockMachine::Plan& Kalvos::Bulk::PlanFor(const Kalvos& k, const Code& code) {
-    Program* const program = k.Current.Get();
+    Program* const program = k.Active->Prog.Get();
     const std::uint64_t version = k.Vars->GetVersion();
     for (const KeptPlan& kept : Plans) {
         if (kept.Program.Get() == program && kept.Version == version && kept.Key == Key) {

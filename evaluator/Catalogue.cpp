@@ -203,7 +203,7 @@ double Kalvos::CallBuiltin(const CatalogueEntry& entry, const double* values,
 
 // "Dp" is read before the axis variable, so its failure comes first when both are missing.
 double Kalvos::RoundPosOnAxis(double p, const char* axisVariable) const {
-    const double dp = Vars->GetVarNum("Dp", ErrorText);
-    const double pmin = Vars->GetVarNum(axisVariable, ErrorText);
+    const double dp = Vars->GetVarNum("Dp", GetErrorText());
+    const double pmin = Vars->GetVarNum(axisVariable, GetErrorText());
     return CalcRoundPos(p, pmin, dp);
 }

@@ -24,12 +24,14 @@ inline double Kalvos::Execute(Code& code) {
 // either would make the calls to it calls rather than jumps. The report is kept in the object,
 // so that no frame between the throw and the host has anything to clean up.
 KALVOS_OUT_OF_SIGHT double Kalvos::RaiseHalt(const Code& code) {
+    if (Active != nullptr) Leave();
     Report = Describe(code, Halt);
     RunExceptioon(Report.Module, Report.Line, ClassName, Report.Method, Report.Text, Report.File);
 }
 #undef KALVOS_OUT_OF_SIGHT
 
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
+    if (Active != nullptr) Leave();
     if (ErrorText != errortext) ErrorText = errortext;
     // A known text is usually the one of the last call: compared, neither copied nor looked up.
     // It is compared with the program's own text, which no other code can change.
@@ -83,32 +85,92 @@ double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
 
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {
     CompiledExpr compiled;
-    compiled.ExprText = std::move(expr);
-    compiled.ErrorText = errortext;
-    compiled.Owner = Serial;
-    const std::string_view raw = compiled.ExprText;
+    compiled.Shared = new Handle;
+    Handle& handle = *compiled.Shared;
+    handle.ExprText = std::move(expr);
+    handle.ErrorText = errortext;
+    handle.Owner = Serial;
+    const std::string_view raw = handle.ExprText;
     const std::uint64_t hash = HashText(raw);
     Program* cached = Cacheable(raw) ? FindCached(raw, hash) : nullptr;
-    compiled.Prog = cached != nullptr ? ProgramRef::Share(cached) : CompileKept(raw, hash);
+    handle.Prog = cached != nullptr ? ProgramRef::Share(cached) : CompileKept(raw, hash);
     return compiled;
 }
 
-// A host that computes one handle again and again finds its texts in place already.
+// A host that computes one handle again and again, or a few in turn, finds it active or pinned.
 double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
-    if (compiled.Owner != Serial || Current.Get() != compiled.Prog.Get() ||
-        ErrorText != compiled.ErrorText) {
-        Adopt(compiled);
-    }
-    return Execute(Current.Get()->Body);
+    if (compiled.Shared != Active || Active == nullptr) Enter(compiled);
+    return Execute(Active->Prog.Get()->Body);
 }
 
-void Kalvos::Adopt(const CompiledExpr& compiled) {
-    if (compiled.Owner != Serial) {
-        Raise<MessageId::ForeignCompiled>(__LINE__, compiled.ErrorText, compiled.ExprText);
+void Kalvos::Enter(const CompiledExpr& compiled) {
+    Handle* const handle = compiled.Shared;
+    if (handle == nullptr || handle->Owner != Serial) {
+        const CompiledExpr& texts = compiled;
+        Raise<MessageId::ForeignCompiled>(__LINE__, texts.GetErrorText(), texts.GetExprText());
     }
-    if (Current.Get() != compiled.Prog.Get()) {
-        ExprText = compiled.ExprText;
-        Current = compiled.Prog;
+    Active = handle;
+    for (Handle* pinned : Pinned) {
+        if (pinned == handle) return;
     }
-    if (ErrorText != compiled.ErrorText) ErrorText = compiled.ErrorText;
+    // The oldest pin gives way; the texts of an active handle it releases are no longer needed.
+    Handle*& slot = Pinned[NextPin];
+    NextPin = (NextPin + 1) % kPinnedHandles;
+    CompiledExpr released;
+    released.Shared = slot;
+    handle->Refs.fetch_add(1, std::memory_order_relaxed);
+    slot = handle;
+}
+
+void Kalvos::Leave() {
+    if (ExprText != Active->ExprText) ExprText = Active->ExprText;
+    if (ErrorText != Active->ErrorText) ErrorText = Active->ErrorText;
+    if (Current.Get() != Active->Prog.Get()) Current = Active->Prog;
+    Active = nullptr;
+}
+
+void Kalvos::Unpin() {
+    Active = nullptr;
+    for (Handle*& pinned : Pinned) {
+        CompiledExpr released;
+        released.Shared = pinned;
+        pinned = nullptr;
+    }
+}
+
+const std::string& Kalvos::GetExprText() const {
+    return Active != nullptr ? Active->ExprText : ExprText;
+}
+
+const std::string& Kalvos::GetErrorText() const {
+    return Active != nullptr ? Active->ErrorText : ErrorText;
+}
+
+Kalvos::CompiledExpr::CompiledExpr(const CompiledExpr& other) : Shared(other.Shared) {
+    if (Shared != nullptr) Shared->Refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+Kalvos::CompiledExpr::CompiledExpr(CompiledExpr&& other) noexcept : Shared(other.Shared) {
+    other.Shared = nullptr;
+}
+
+Kalvos::CompiledExpr& Kalvos::CompiledExpr::operator=(CompiledExpr other) noexcept {
+    std::swap(Shared, other.Shared);
+    return *this;
+}
+
+Kalvos::CompiledExpr::~CompiledExpr() {
+    if (Shared != nullptr && Shared->Refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete Shared;
+    }
+}
+
+const std::string& Kalvos::CompiledExpr::GetExprText() const {
+    static const std::string kNone;
+    return Shared != nullptr ? Shared->ExprText : kNone;
+}
+
+const std::string& Kalvos::CompiledExpr::GetErrorText() const {
+    static const std::string kNone;
+    return Shared != nullptr ? Shared->ErrorText : kNone;
 }

@@ -45,6 +45,7 @@ Kalvos::~Kalvos() {
 void Kalvos::Reset() {
     Vars->Reset();
     RandGen->RandomInit(ClockSeed());
+    Unpin();
     ExprText.clear();
     Current = ProgramRef();
     ErrorText.clear();

@@ -157,10 +157,11 @@ public:
 
     KalvosVars& GetVars() { return *Vars; }
     const KalvosVars& GetVars() const { return *Vars; }
-    /// The text of the last ComputeExpr or ComputeExprStr call, as the host gave it.
-    const std::string& GetExprText() const { return ExprText; }
-    /// The error text of the last ComputeExpr or ComputeExprStr call.
-    const std::string& GetErrorText() const { return ErrorText; }
+    /// The text of the last ComputeExpr, ComputeExprStr or ComputeCompiled call, as the host
+    /// gave it.
+    const std::string& GetExprText() const;
+    /// The error text of that call.
+    const std::string& GetErrorText() const;
 
 protected:
     enum TpOper : std::uint32_t {
@@ -216,6 +217,8 @@ protected:
 
     KalvosVars* Vars;
     CRandomMersenne* RandGen;
+    // While a handle is active (ComputeCompiled), GetExprText() and GetErrorText() give its
+    // texts; these two are brought up to date by the next ComputeExpr, ComputeExprStr or Reset.
     std::string ExprText;
     std::string ErrorText;
 
@@ -376,22 +379,34 @@ private:
         Program* Ptr = nullptr;
     };
 
-public:
-    /// A text compiled once by CompileExpr, to be computed by ComputeCompiled on the object
-    /// that made it, as often as the host likes. Copies share the compiled program.
-    class CompiledExpr {
-    public:
-        CompiledExpr() = default;
-        /// The expression as the host gave it to CompileExpr.
-        const std::string& GetExprText() const { return ExprText; }
-        const std::string& GetErrorText() const { return ErrorText; }
-
-    private:
-        friend class Kalvos;
+    /// What a CompiledExpr shares with its copies: the program, the texts it was made from
+    /// and the object that made it. Never changed once made.
+    struct Handle {
+        std::atomic<std::uint32_t> Refs{1};
         ProgramRef Prog;
         std::string ExprText;
         std::string ErrorText;
         std::uint64_t Owner = 0;
+    };
+
+public:
+    /// A text compiled once by CompileExpr, to be computed by ComputeCompiled on the object
+    /// that made it, as often as the host likes. Copies share the compiled program and texts,
+    /// and may be kept and released on any thread.
+    class KALVOS_EXPORT CompiledExpr {
+    public:
+        CompiledExpr() = default;
+        CompiledExpr(const CompiledExpr& other);
+        CompiledExpr(CompiledExpr&& other) noexcept;
+        CompiledExpr& operator=(CompiledExpr other) noexcept;
+        ~CompiledExpr();
+        /// The expression as the host gave it to CompileExpr.
+        const std::string& GetExprText() const;
+        const std::string& GetErrorText() const;
+
+    private:
+        friend class Kalvos;
+        Handle* Shared = nullptr;
     };
 
 private:
@@ -515,9 +530,12 @@ private:
 
     // EntryPoints.cpp
     inline double Execute(Code& code);
-    /// Makes the handle's texts and program the object's current ones; raises for a handle
-    /// of another object.
-    void Adopt(const CompiledExpr& compiled);
+    /// Makes the handle's texts and program the object's current ones, without copying them:
+    /// the handle is held among the pinned ones; raises for a handle of another object.
+    void Enter(const CompiledExpr& compiled);
+    /// Copies the active handle's texts and program into ExprText, ErrorText and Current.
+    void Leave();
+    void Unpin();
     Code& Prepare(std::string&& expr);
     Code& CompileLoose(std::string_view raw, Mode mode, std::string_view name = {});
     /// Raises the failure described in Halt; never returns.
@@ -643,8 +661,16 @@ private:
     std::size_t CacheBytes = 0;
     std::size_t CacheMaxEntries = kDefaultCacheEntries;
     std::size_t CacheMaxBytes = kDefaultCacheBytes;
-    std::string NameBuf;   // the name of an indexed variable, built at run time
-    ProgramRef Current;    // the program of the text ExprText holds, when it has one that is kept
+    std::string NameBuf;  // the name of an indexed variable, built at run time
+    ProgramRef Current;   // the program of the text ExprText holds, when it has one that is kept
+    // A host computes a few handles in turn, element after element: the handles it computed
+    // last are held here, so that going from one to another copies no text and counts no
+    // reference. While a handle is active, its texts and program are the object's current ones
+    // and ExprText, ErrorText and Current are not brought up to date (Leave does that).
+    static constexpr std::size_t kPinnedHandles = 8;
+    Handle* Pinned[kPinnedHandles] = {};
+    std::size_t NextPin = 0;
+    Handle* Active = nullptr;
     MessageReport Report;  // the failure of the last run that failed
     Fault Halt;            // where the run stopped, while it is raised
     Code Loose;            // the code of the last text compiled without a program of its own

@@ -123,3 +123,33 @@ TEST(Compiled, ProgramSizeDependsOnItsTextAlone) {
     }
     EXPECT_EQ(grew[1], grew[0]);
 }
+
+// Handles computed in turn, more of them than the object holds, each with its own error text:
+// every call gives its handle's value or failure and leaves its handle's texts, also once the
+// copies the host made the handles from are gone.
+TEST(Compiled, HandlesInTurnKeepTheirOwnTexts) {
+    Kalvos k;
+    k.GetVars().SetVarNum("x", 4);
+    std::vector<std::pair<int, Kalvos::CompiledExpr>> handles;
+    for (int i = 0; i < 12; ++i) {
+        const std::string n = std::to_string(i);
+        handles.emplace_back(
+            i, k.CompileExpr(i % 3 == 2 ? "x / (x - 4) + " + n : "x * " + n, " [h" + n + "]"));
+    }
+    for (int round = 0; round < 3; ++round) {
+        if (round == 2) handles.erase(handles.begin(), handles.begin() + 6);
+        for (const auto& [i, h] : handles) {
+            const std::string n = std::to_string(i);
+            if (i % 3 == 2) {
+                EXPECT_RAISES(k.ComputeCompiled(h), "ComputExpr",
+                              "Evaluating [x/(x-4)+" + n + "]: Division by zero. [h" + n + "]");
+            } else {
+                EXPECT_EQ(k.ComputeCompiled(Kalvos::CompiledExpr(h)), 4.0 * i);
+            }
+            EXPECT_EQ(TextPair(k.GetExprText(), k.GetErrorText()),
+                      TextPair(h.GetExprText(), h.GetErrorText()));
+        }
+    }
+    EXPECT_EQ(k.ComputeExpr("x * 10", " [e]"), 40);  // a text after a handle
+    EXPECT_EQ(TextPair(k.GetExprText(), k.GetErrorText()), TextPair("x * 10", " [e]"));
+}
