@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Differential.h"
+#include "Grammar.h"
 #include "evaluator/Kalvos.h"
 #include "support/Functions.h"
 #include "support/KalvosVars.h"
@@ -95,6 +96,55 @@ inline std::string StoreOf(const KalvosVars& vars) {
                                   : "=$" + vars.GetVarStr(i, "") + ";");
     }
     return text;
+}
+
+// The grammar's names that a text reads.
+inline std::vector<std::string> NamesIn(const std::string& text) {
+    std::vector<std::string> names;
+    for (const char* name : kNames) {
+        const std::size_t at = text.find(name);
+        const std::size_t end = at + std::string(name).size();
+        const auto inName = [&](std::size_t pos) {
+            return pos < text.size() && KalvosVars::CharValid(text[pos]);
+        };
+        if (at != std::string::npos && (at == 0 || !inName(at - 1)) && !inName(end)) {
+            names.emplace_back(name);
+        }
+    }
+    return names;
+}
+
+// A case drawn from the grammar: mostly a text that can run by blocks (no random draws, no
+// computed index), up to three columns named mostly as variables the text reads, strides in
+// bytes, and counts at the edges of a block (128 elements) and past the least a call shares
+// among threads (16,384).
+inline BulkCase DrawBulkCase(texts::Grammar& grammar) {
+    BulkCase c;
+    c.Text = grammar.Text();
+    for (int retry = 0; retry < 5 && grammar.Chance(80); ++retry) {
+        if (c.Text.find("rand") == std::string::npos && c.Text.find('[') == std::string::npos) {
+            break;
+        }
+        c.Text = grammar.Text();
+    }
+    c.ErrorText = grammar.Of(texts::kErrorTexts);
+    const std::vector<std::string> read = NamesIn(c.Text);
+    const std::size_t strides[] = {8, 8, 8, 16, 24, 12, 0};
+    for (unsigned int n = grammar.Pick(4); n > 0; --n) {
+        const std::string name = !read.empty() && grammar.Chance(80)
+                                     ? read[grammar.Pick(read.size())]
+                                     : std::string(grammar.Of(kNames));
+        bool taken = false;
+        for (const BulkColumn& column : c.Columns) taken = taken || column.Name == name;
+        if (!taken) c.Columns.push_back({name, grammar.Of(strides)});
+    }
+    const std::size_t counts[] = {0, 1, 2, 127, 128, 129, 255, 257, 1000, 17000};
+    c.Count = grammar.Of(counts);
+    c.Threads = 1 + grammar.Pick(4);
+    c.InPlace = grammar.Chance(30);
+    c.Values = grammar.Next();
+    c.Special = grammar.Chance(30);
+    return c;
 }
 
 class BulkDifferential {

@@ -8,6 +8,10 @@
 //                  second byte steers it: bit 0 evaluates as a condition, bits 1-2 give the
 //                  evaluations beyond two, the whole byte seeds the store changes, and with
 //                  bit 7 set the rest are the choices of the grammar (Grammar.h), not a text.
+//                  With bit 6 of the first byte set, a bulk call instead, checked against its
+//                  loop (BulkDifferential.h): the second byte seeds the store change before it,
+//                  and the rest are the grammar's choices of the text, the columns, their
+//                  strides and values, the count, the threads and whether it runs in place.
 // Anything other than a value or a JException is a finding, and so is a broken invariant:
 // the target aborts with a description on stderr, which libFuzzer reports as a crash.
 //
@@ -20,6 +24,7 @@
 #include <string>
 #include <string_view>
 
+#include "BulkDifferential.h"
 #include "Differential.h"
 #include "Grammar.h"
 #include "Reference.h"
@@ -181,11 +186,25 @@ void FuzzCompiled(std::uint8_t control, const std::string& text) {
     if (!difference.empty()) Fail("compiled evaluation differs", text, difference);
 }
 
+// A bulk call and its loop, on a case the grammar draws from the input.
+void FuzzBulk(std::uint8_t control, const std::uint8_t* choices, std::size_t size) {
+    texts::Grammar grammar(choices, size);
+    const diff::BulkCase c = diff::DrawBulkCase(grammar);
+    diff::BulkDifferential d(control);
+    d.Change(static_cast<std::uint32_t>(control) * 2654435761u);
+    const std::string difference = d.Run(c);
+    if (!difference.empty()) Fail("bulk call differs from its loop", c.Text, difference);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     const unsigned int mode = data[0] % 4;
+    if (mode == 3 && (data[0] & 0x40) != 0) {
+        if (size >= 2) FuzzBulk(data[1], data + 2, size - 2);
+        return 0;
+    }
     if (mode == 3) {
         if (size >= 2) {
             FuzzCompiled(data[1],

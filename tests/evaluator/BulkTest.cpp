@@ -8,64 +8,12 @@
 #include "BulkDifferential.h"
 #include "TestSupport.h"
 
-namespace {
-
-// The grammar's names that a text reads.
-std::vector<std::string> NamesIn(const std::string& text) {
-    std::vector<std::string> names;
-    for (const char* name : diff::kNames) {
-        const std::size_t at = text.find(name);
-        const std::size_t end = at + std::string(name).size();
-        const auto inName = [&](std::size_t pos) {
-            return pos < text.size() && KalvosVars::CharValid(text[pos]);
-        };
-        if (at != std::string::npos && (at == 0 || !inName(at - 1)) && !inName(end)) {
-            names.emplace_back(name);
-        }
-    }
-    return names;
-}
-
-// A case drawn from the grammar: mostly a text that can run by blocks (no random draws, no
-// computed index), one to three columns named as variables the text reads, strides and counts
-// at the edges of a block and of a thread's share.
-diff::BulkCase DrawCase(texts::Grammar& grammar) {
-    diff::BulkCase c;
-    c.Text = grammar.Text();
-    for (int retry = 0; retry < 5 && grammar.Chance(80); ++retry) {
-        if (c.Text.find("rand") == std::string::npos && c.Text.find('[') == std::string::npos) {
-            break;
-        }
-        c.Text = grammar.Text();
-    }
-    c.ErrorText = grammar.Of(texts::kErrorTexts);
-    const std::vector<std::string> read = NamesIn(c.Text);
-    const std::size_t strides[] = {8, 8, 8, 16, 24, 12, 0};
-    for (unsigned int n = grammar.Pick(4); n > 0; --n) {
-        const std::string name = !read.empty() && grammar.Chance(80)
-                                     ? read[grammar.Pick(read.size())]
-                                     : std::string(grammar.Of(diff::kNames));
-        bool taken = false;
-        for (const diff::BulkColumn& column : c.Columns) taken = taken || column.Name == name;
-        if (!taken) c.Columns.push_back({name, grammar.Of(strides)});
-    }
-    const std::size_t counts[] = {0, 1, 2, 255, 256, 257, 1000, 9000};
-    c.Count = grammar.Of(counts);
-    c.Threads = 1 + grammar.Pick(4);
-    c.InPlace = grammar.Chance(30);
-    c.Values = grammar.Next();
-    c.Special = grammar.Chance(30);
-    return c;
-}
-
-}  // namespace
-
 TEST(Bulk, AgreesWithItsLoop) {
     texts::Grammar grammar(20261125);
     diff::BulkDifferential d(77);
     for (int i = 0; i < 1500; ++i) {
         d.Change(grammar.Next());
-        const diff::BulkCase c = DrawCase(grammar);
+        const diff::BulkCase c = diff::DrawBulkCase(grammar);
         ASSERT_EQ(d.Run(c), "");
     }
 }
