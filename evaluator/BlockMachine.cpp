@@ -75,6 +75,20 @@ private:
             case Op::CallUnary:  // only pure functions have this form
                 operands[count++] = Operand(in.A);
                 break;
+            case Op::CallHost: {
+                // Resolved for this call: none fails every element there, and an impure one
+                // is called element after element, between the element's other calls.
+                const HostFunction* function = in.Host->Function;
+                if (function == nullptr || !function->Pure) {
+                    P.Elementwise = true;
+                    return;
+                }
+                P.Host = function;
+                P.ThreadSafe = P.ThreadSafe && function->ThreadSafe;
+                for (; count < in.Count; ++count)
+                    operands[count] = Operand(C.Args[in.Extra + count]);
+                break;
+            }
             default:
                 if (!IsPrefix(in.Code)) operands[count++] = Operand(in.A);
                 operands[count++] = Operand(in.B);
@@ -93,8 +107,9 @@ private:
         step.Count = in.Count;
         step.Function = in.Code == Op::Call ? in.Function : nullptr;
         step.Plain = in.Code == Op::CallUnary ? in.Plain : nullptr;
+        step.Host = in.Code == Op::CallHost ? in.Host->Function : nullptr;
         step.Dst = kComputed | static_cast<std::uint32_t>(P.Prelude.size());
-        if (in.Code == Op::Call) {
+        if (in.Code == Op::Call || in.Code == Op::CallHost) {
             step.Args = static_cast<std::uint32_t>(P.ScalarArgs.size());
             for (unsigned int i = 0; i < count; ++i) P.ScalarArgs.push_back(operands[i].Index);
         } else {
@@ -111,9 +126,10 @@ private:
         step.Count = in.Count;
         step.Function = in.Code == Op::Call ? in.Function : nullptr;
         step.Plain = in.Code == Op::CallUnary ? in.Plain : nullptr;
+        step.Host = in.Code == Op::CallHost ? in.Host->Function : nullptr;
         step.Dst = kFirstStepValue + at;  // a value of its own, given a buffer later
         Shape shape = Shape::VV;
-        if (in.Code == Op::Call) {
+        if (in.Code == Op::Call || in.Code == Op::CallHost) {
             step.Args = static_cast<std::uint32_t>(P.CallArgs.size());
             P.CallArgs.insert(P.CallArgs.end(), operands, operands + count);
         } else {
@@ -183,7 +199,7 @@ private:
     unsigned int StepValuesRead(const Step& step, std::uint32_t* read) const {
         Ref operands[kMaxParameters] = {step.A, step.B};
         unsigned int operandCount = 2;
-        if (step.Function != nullptr) {
+        if (step.Function != nullptr || step.Host != nullptr) {
             operandCount = step.Count;
             for (unsigned int i = 0; i < operandCount; ++i) operands[i] = P.CallArgs[step.Args + i];
         }
@@ -259,6 +275,15 @@ Kalvos::TpOper Kalvos::BlockMachine::InfixOper(Op code) {
 // element, which then runs alone and raises.
 double Kalvos::BlockMachine::ApplyScalar(const ScalarStep& step, const double* scalars, bool& fault,
                                          const Plan& plan, const Kalvos& evaluator) {
+    if (step.Code == Op::CallHost) {
+        double values[kMaxParameters];
+        for (unsigned int i = 0; i < step.Count; ++i) {
+            values[i] = scalars[plan.ScalarArgs[step.Args + i]];
+        }
+        double value = 0.0;
+        fault = fault || !HostValue(*step.Host, values, step.Count, value);
+        return value;
+    }
     if (step.Code == Op::Call) {
         double values[kMaxParameters];
         for (unsigned int i = 0; i < step.Count; ++i)
@@ -303,6 +328,7 @@ bool Kalvos::BlockMachine::RunPrelude(const Plan& plan, const Kalvos& evaluator,
 Kalvos::BlockMachine::Kind Kalvos::BlockMachine::KindOf(Op code) {
     if (code == Op::Call) return Kind::Call;
     if (code == Op::CallUnary) return Kind::CallUnary;
+    if (code == Op::CallHost) return Kind::CallHost;
     if (IsPrefix(code)) return code >= Op::NotM ? Kind::Not : Kind::Neg;
     return Kind::Infix;
 }
@@ -350,16 +376,22 @@ KALVOS_INLINE bool Kalvos::BlockMachine::Prefix(const Step& step, const Frame& f
     return false;
 }
 
-KALVOS_INLINE bool Kalvos::BlockMachine::CallBuiltin(const Step& step, const Frame& frame,
-                                                     std::size_t count) {
-    double* KALVOS_RESTRICT dst = frame.Buffers + std::size_t{step.Dst} * kBlock;
-    const double* sources[kMaxParameters];
-    std::size_t strides[kMaxParameters];
+// Where a call's parameters are: an element's is at its index in a vector, or the scalar.
+KALVOS_INLINE void Kalvos::BlockMachine::CallSources(const Step& step, const Frame& frame,
+                                                     const double** sources, std::size_t* strides) {
     for (unsigned int p = 0; p < step.Count; ++p) {
         const Ref& arg = frame.CallArgs[step.Args + p];
         sources[p] = arg.Vector ? frame.Vectors[arg.Index] : frame.Scalars + arg.Index;
         strides[p] = arg.Vector ? 1 : 0;
     }
+}
+
+KALVOS_INLINE bool Kalvos::BlockMachine::CallBuiltin(const Step& step, const Frame& frame,
+                                                     std::size_t count) {
+    double* KALVOS_RESTRICT dst = frame.Buffers + std::size_t{step.Dst} * kBlock;
+    const double* sources[kMaxParameters];
+    std::size_t strides[kMaxParameters];
+    CallSources(step, frame, sources, strides);
     bool fault = false;
     for (std::size_t i = 0; i < count; ++i) {
         double values[kMaxParameters];
@@ -384,6 +416,32 @@ KALVOS_INLINE bool Kalvos::BlockMachine::CallUnary(const Step& step, const Frame
     return finite == 0.0;
 }
 
+// A host function's exception, or a value that is not finite, is a fault of the block: run
+// again element by element, the element calls the function again, and raises.
+bool Kalvos::BlockMachine::HostValue(const HostFunction& function, const double* values,
+                                     unsigned int count, double& value) {
+    try {
+        value = function.Compute(values, count);
+    } catch (...) {
+        return false;
+    }
+    return std::isfinite(value);
+}
+
+KALVOS_INLINE bool Kalvos::BlockMachine::CallHost(const Step& step, const Frame& frame,
+                                                  std::size_t count) {
+    double* KALVOS_RESTRICT dst = frame.Buffers + std::size_t{step.Dst} * kBlock;
+    const double* sources[kMaxParameters];
+    std::size_t strides[kMaxParameters];
+    CallSources(step, frame, sources, strides);
+    for (std::size_t i = 0; i < count; ++i) {
+        double values[kMaxParameters];
+        for (unsigned int p = 0; p < step.Count; ++p) values[p] = sources[p][i * strides[p]];
+        if (!HostValue(*step.Host, values, step.Count, dst[i])) return true;
+    }
+    return false;
+}
+
 KALVOS_INLINE bool Kalvos::BlockMachine::RunStep(const Step& step, const Frame& frame,
                                                  std::size_t count) {
     switch (step.Code) {
@@ -395,6 +453,8 @@ KALVOS_INLINE bool Kalvos::BlockMachine::RunStep(const Step& step, const Frame& 
             return CallBuiltin(step, frame, count);
         case Kind::CallUnary:
             return CallUnary(step, frame, count);
+        case Kind::CallHost:
+            return CallHost(step, frame, count);
         case Kind::Infix:
             break;
     }

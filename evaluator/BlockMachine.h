@@ -43,7 +43,7 @@ struct Kalvos::BlockMachine {
 
     /// What a step does: a prefix operator, a call, or an infix operator, whose operands are
     /// in one of three shapes: both vectors, the right one a scalar, the left one a scalar.
-    enum class Kind : std::uint8_t { Neg, Not, Call, CallUnary, Infix };
+    enum class Kind : std::uint8_t { Neg, Not, Call, CallUnary, CallHost, Infix };
     enum class Shape : std::uint8_t { VV, VS, SV };
 
     /// An instruction over vectors.
@@ -57,6 +57,7 @@ struct Kalvos::BlockMachine {
         std::uint32_t Args = 0;  // a call's operands, from Plan::CallArgs
         Builtin Function = nullptr;
         Unary Plain = nullptr;
+        const HostFunction* Host = nullptr;
     };
 
     /// An instruction of scalars, run once a call: its operands and result are scalars.
@@ -67,12 +68,16 @@ struct Kalvos::BlockMachine {
         std::uint32_t Args = 0;  // a call's operands, from Plan::ScalarArgs
         Builtin Function = nullptr;
         Unary Plain = nullptr;
+        const HostFunction* Host = nullptr;
     };
 
     /// A program lowered against the columns of a call.
     struct Plan {
         /// The program cannot run by blocks: it runs element by element.
         bool Elementwise = false;
+        /// A host function it calls, if any; and whether all of them may run on several threads.
+        const HostFunction* Host = nullptr;
+        bool ThreadSafe = true;
         /// Scalars[0, Sources.size()) are read from here at the start of a call: constants, and
         /// variables of the store, columns of stride 0 among them.
         std::vector<const double*> Sources;
@@ -124,6 +129,12 @@ private:
 
     template <TpOper kOper>
     static bool Prefix(const Step& step, const Frame& frame, std::size_t count);
+    static void CallSources(const Step& step, const Frame& frame, const double** sources,
+                            std::size_t* strides);
     static bool CallBuiltin(const Step& step, const Frame& frame, std::size_t count);
     static bool CallUnary(const Step& step, const Frame& frame, std::size_t count);
+    static bool CallHost(const Step& step, const Frame& frame, std::size_t count);
+    /// A pure host function's value; false when it raised or the value is not finite.
+    static bool HostValue(const HostFunction& function, const double* values, unsigned int count,
+                          double& value);
 };

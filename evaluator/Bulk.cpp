@@ -31,6 +31,7 @@ bool EndOf(std::uintptr_t begin, std::size_t count, std::size_t stride, std::siz
 
 void Kalvos::ComputeCompiled(const CompiledExpr& compiled, std::size_t count,
                              const std::vector<Column>& columns, double* out) {
+    CheckNotInHost("ComputeCompiled");
     Bulk& bulk = *BulkWork;
     bulk.FailedElement = kNoElement;
     if (count == 0) return;
@@ -41,8 +42,22 @@ void Kalvos::ComputeCompiled(const CompiledExpr& compiled, std::size_t count,
     Enter(compiled);
     Code& code = Active->Prog.Get()->Body;
     if (code.LinkedVersion != Vars->GetVersion()) Relink(code);
+    for (std::uint32_t i = 0; i < code.HostCount; ++i) {
+        if (code.Hosts[i].Version != HostVersion) ResolveHost(code, code.Hosts[i]);
+    }
     const BlockMachine::Plan& plan = bulk.PlanFor(*this, code);
-    const std::size_t done = plan.Elementwise ? 0 : bulk.RunBlocks(*this, plan, count, out);
+    std::size_t done = 0;
+    if (!plan.Elementwise) {
+        const std::uint64_t version = Vars->GetVersion();
+        {
+            const HostScope scope(*this, plan.Host);
+            done = bulk.RunBlocks(*this, plan, count, out);
+        }
+        if (Vars->GetVersion() != version) {
+            Raise<MessageId::BulkStoreChanged>(__LINE__, compiled.GetErrorText(),
+                                               compiled.GetExprText());
+        }
+    }
     bulk.RunElements(*this, code, done, count, out);
     for (const Bulk::Input& input : bulk.Inputs) *input.Variable = input.Last;
     bulk.FailedElement = kNoElement;
@@ -53,6 +68,7 @@ std::size_t Kalvos::GetFailedElement() const { return BulkWork->FailedElement; }
 void Kalvos::SetThreads(unsigned int threads) {
     if (threads < 1 || threads > kMaxThreads)
         Raise<MessageId::ThreadCount>(__LINE__, "", threads, kMaxThreads);
+    CheckNotInHost("SetThreads");
     Bulk& bulk = *BulkWork;
     if (threads == bulk.Threads) return;
     bulk.Pool.reset();
@@ -129,7 +145,8 @@ const Kalvos::BlockMachine::Plan& Kalvos::Bulk::PlanFor(const Kalvos& k, const C
     Program* const program = k.Active->Prog.Get();
     const std::uint64_t version = k.Vars->GetVersion();
     for (const KeptPlan& kept : Plans) {
-        if (kept.Program.Get() == program && kept.Version == version && kept.Key == Key) {
+        if (kept.Program.Get() == program && kept.Version == version &&
+            kept.HostVersion == k.HostVersion && kept.Key == Key) {
             return kept.Plan;
         }
     }
@@ -137,6 +154,7 @@ const Kalvos::BlockMachine::Plan& Kalvos::Bulk::PlanFor(const Kalvos& k, const C
     KeptPlan& kept = Plans.size() < kKeptPlans ? Plans.back() : Plans[NextPlan++ % kKeptPlans];
     kept.Program = ProgramRef::Share(program);
     kept.Version = version;
+    kept.HostVersion = k.HostVersion;
     kept.Key = Key;
     BlockMachine::Lower(code, Addresses, kept.Plan);
     return kept.Plan;
@@ -149,7 +167,7 @@ std::size_t Kalvos::Bulk::RunBlocks(const Kalvos& k, const BlockMachine::Plan& p
     constexpr std::size_t kBlock = BlockMachine::kBlock;
     Scalars.resize(plan.ScalarCount);
     if (!BlockMachine::RunPrelude(plan, k, Scalars.data())) return 0;
-    const unsigned int threads = count >= 2 * kChunk ? Threads : 1;
+    const unsigned int threads = count >= 2 * kChunk && plan.ThreadSafe ? Threads : 1;
     Scratches.resize(std::max<std::size_t>(Scratches.size(), threads));
     for (unsigned int t = 0; t < threads; ++t) {
         Scratch& scratch = Scratches[t];

@@ -24,7 +24,8 @@ struct Kalvos::Bulk {
     /// A plan kept for a program against the columns' variables in one version of the store.
     struct KeptPlan {
         ProgramRef Program;
-        std::uint64_t Version = 0;
+        std::uint64_t Version = 0;       // of the store
+        std::uint64_t HostVersion = 0;   // of the host's functions
         std::vector<std::uint64_t> Key;  // each column's variable, and whether its stride is 0
         BlockMachine::Plan Plan;
     };

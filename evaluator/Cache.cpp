@@ -70,6 +70,7 @@ bool Kalvos::Cacheable(std::string_view raw) const {
 }
 
 void Kalvos::SetCacheLimits(std::size_t entries, std::size_t bytes) {
+    CheckNotInHost("SetCacheLimits");
     ClearCache();
     Current = ProgramRef();
     CacheMaxEntries = entries;

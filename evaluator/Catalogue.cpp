@@ -41,6 +41,9 @@ double Extreme(const double* p, unsigned int count) {
     return best;
 }
 
+std::string_view NameOf(const Entry& entry) { return entry.Name; }
+std::string_view NameOf(std::string_view name) { return name; }
+
 template <std::size_t N>
 constexpr bool IsSortedByName(const Entry (&entries)[N]) {
     for (std::size_t i = 1; i < N; ++i) {
@@ -155,6 +158,13 @@ const Kalvos::CatalogueEntry* Kalvos::FindBuiltin(std::string_view name, unsigne
         if (count >= entry->MinParams && count <= entry->MaxParams) return entry;
     }
     return nullptr;
+}
+
+bool Kalvos::HasBuiltin(std::string_view name) {
+    std::size_t size = 0;
+    const Entry* const begin = Catalogue(size);
+    return std::binary_search(begin, begin + size, name,
+                              [](const auto& a, const auto& b) { return NameOf(a) < NameOf(b); });
 }
 
 std::size_t Kalvos::GetFunctionCount() {

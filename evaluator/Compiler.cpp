@@ -26,6 +26,7 @@ constexpr std::uint8_t kOperands[] = {
     kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses, kInfixUses,    // And Or
     kWrites | kCallsOut,                                                       // Call
     kReadsA | kWrites | kCallsOut,                                             // CallUnary
+    kWrites | kCallsOut,                                                       // CallHost
     kReadsA | kCallsOut,                                                       // CheckIndex
     kWrites | kCallsOut,                                                       // LoadIndexed
     0,                                                                         // Raise
@@ -47,6 +48,8 @@ void Kalvos::Compile(std::string_view raw, Mode mode, std::string_view name) {
     w.Links.clear();
     w.ArgRefs.clear();
     w.Aux.clear();
+    w.Hosts.clear();
+    w.Called.clear();
     w.Slots.clear();
     w.Names.clear();
     w.Result = 0;
@@ -212,7 +215,7 @@ void Kalvos::OpenIndex(Frame& frame) {
         for (auto index = first; index != w.Operands.end(); ++index) {
             name += std::to_string(TruncToInt(index->Value));
         }
-        value = LinkVariable(frame.Begin, frame.End, kNone, name);
+        value = LinkVariable(frame.Begin, frame.End, kNone, name, frame.NameBegin);
     } else {
         const std::uint32_t aux = Size32(w.Aux.size());
         w.Aux.push_back(frame.NameBegin);
@@ -237,6 +240,8 @@ void Kalvos::OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameE
                       std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume) {
     frame.NameBegin = nameBegin;
     frame.NameEnd = nameEnd;
+    Work.Called.push_back(nameBegin);
+    Work.Called.push_back(nameEnd - nameBegin);
     frame.ArgsBegin = argsBegin;
     frame.ArgsEnd = argsEnd;
     frame.Resume = resume;
@@ -244,6 +249,7 @@ void Kalvos::OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameE
     std::uint32_t begins[kMaxParameters];
     std::uint32_t ends[kMaxParameters];
     const unsigned int count = SplitParameters(args, begins, ends);
+    Work.Called.push_back(count);
     if (count > kMaxParameters) {
         return Fail(MessageId::TooManyParameters, __LINE__, nameBegin, nameEnd, argsBegin, argsEnd);
     }
@@ -259,36 +265,18 @@ void Kalvos::OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameE
     OpenLevel(Work.Params[frame.ParamStart], Work.Params[frame.ParamStart + 1], frame.Depth + 1);
 }
 
-// A pure function of constant parameters is computed now, unless its result would raise: the
+// The catalogue first; a name it does not have is the host's to define, now or later. A pure
+// built-in function of constant parameters is computed now, unless its result would raise: the
 // run then computes it and raises in its place.
 void Kalvos::FinishCall(Frame& frame) {
     Builder& w = Work;
     const std::string_view name(w.Text.data() + frame.NameBegin, frame.NameEnd - frame.NameBegin);
     const CatalogueEntry* entry = FindBuiltin(name, frame.ParamCount);
-    if (entry == nullptr) {
+    if (entry == nullptr && HasBuiltin(name)) {
         return Fail(MessageId::FunctionNotFound, __LINE__, frame.NameBegin, frame.NameEnd,
                     frame.ArgsBegin, frame.ArgsEnd, static_cast<int>(frame.ParamCount));
     }
-    const Operand* params = w.Operands.data() + frame.OperandStart;
-    const bool constant =
-        IsPure(*entry) &&
-        std::all_of(params, params + frame.ParamCount, [](const Operand& o) { return o.Constant; });
-    Operand value{};
-    double values[kMaxParameters];
-    for (std::uint32_t i = 0; constant && i < frame.ParamCount; ++i) values[i] = params[i].Value;
-    if (constant) value.Value = CallBuiltin(*entry, values, frame.ParamCount);
-    if (constant && CheckNumberValue(value.Value) == 0) {
-        value.Constant = true;
-    } else {
-        const std::uint32_t args = Size32(w.ArgRefs.size());
-        for (std::uint32_t i = 0; i < frame.ParamCount; ++i) w.ArgRefs.push_back(RefOf(params[i]));
-        value = {0.0, NewTemporary(), false, true};
-        AddSite(MessageId::InvalidResult, __LINE__, frame.NameBegin, frame.NameEnd, frame.ArgsBegin,
-                frame.ArgsEnd);
-        Emit({Op::Call, static_cast<std::uint8_t>(frame.ParamCount),
-              static_cast<std::uint16_t>(CatalogueIndex(*entry)), args, 0, 0, value.Where},
-             true);
-    }
+    const Operand value = entry != nullptr ? BuiltinCall(frame, *entry) : HostCall(frame);
     w.Operands.resize(frame.OperandStart);
     w.Params.resize(frame.ParamStart);
     frame.Waiting = Wait::None;
@@ -296,13 +284,66 @@ void Kalvos::FinishCall(Frame& frame) {
     PushNumber(value);
 }
 
+Kalvos::Operand Kalvos::BuiltinCall(const Frame& frame, const CatalogueEntry& entry) {
+    Builder& w = Work;
+    const Operand* params = w.Operands.data() + frame.OperandStart;
+    const bool constant = IsPure(entry) && std::all_of(params, params + frame.ParamCount,
+                                                       [](const Operand& o) { return o.Constant; });
+    Operand value{};
+    double values[kMaxParameters];
+    for (std::uint32_t i = 0; constant && i < frame.ParamCount; ++i) values[i] = params[i].Value;
+    if (constant) value.Value = CallBuiltin(entry, values, frame.ParamCount);
+    if (constant && CheckNumberValue(value.Value) == 0) {
+        value.Constant = true;
+        return value;
+    }
+    const std::uint32_t args = PushArgs(params, frame.ParamCount);
+    value = {0.0, NewTemporary(), false, true};
+    AddSite(MessageId::InvalidResult, __LINE__, frame.NameBegin, frame.NameEnd, frame.ArgsBegin,
+            frame.ArgsEnd);
+    Emit({Op::Call, static_cast<std::uint8_t>(frame.ParamCount),
+          static_cast<std::uint16_t>(CatalogueIndex(entry)), args, 0, 0, value.Where},
+         true);
+    return value;
+}
+
+// A call of a name the catalogue lacks finds the host's function when the run reaches it, so
+// that it sees functions defined and removed after the text was compiled; without one of that
+// name and count, it raises the catalogue's not-found error there.
+Kalvos::Operand Kalvos::HostCall(const Frame& frame) {
+    Builder& w = Work;
+    const Operand* params = w.Operands.data() + frame.OperandStart;
+    const bool constant =
+        std::all_of(params, params + frame.ParamCount, [](const Operand& o) { return o.Constant; });
+    const std::uint32_t args = PushArgs(params, frame.ParamCount);
+    const auto count = static_cast<std::uint8_t>(frame.ParamCount);
+    const auto host = Size32(w.Hosts.size());
+    w.Hosts.push_back({frame.NameBegin, frame.NameEnd - frame.NameBegin, count, constant, false, 0,
+                       nullptr, 0.0});
+    const Operand value = {0.0, NewTemporary(), false, true};
+    AddSite(MessageId::FunctionNotFound, __LINE__, frame.NameBegin, frame.NameEnd, frame.ArgsBegin,
+            frame.ArgsEnd, static_cast<int>(frame.ParamCount));
+    Emit({Op::CallHost, count, 0, args, host, 0, value.Where}, true);
+    return value;
+}
+
+// A call's parameters, where the run reads them: gives the first.
+std::uint32_t Kalvos::PushArgs(const Operand* params, std::uint32_t count) {
+    const std::uint32_t first = Size32(Work.ArgRefs.size());
+    for (std::uint32_t i = 0; i < count; ++i) Work.ArgRefs.push_back(RefOf(params[i]));
+    return first;
+}
+
 // A variable named by the text: resolved against the store now and again whenever the store
 // has changed before a run, so that the run reads its number in place; the first one that
 // does not resolve raises where it is read. A name the text spells is kept as a range of the text
-// (from nameBegin); one built from constant indices (nameBegin kNone) after the text, in Names.
+// (from nameBegin); one built from constant indices (nameBegin kNone) after the text, in Names,
+// with `at` where the text writes it.
 Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd,
-                                     std::uint32_t nameBegin, std::string_view name) {
+                                     std::uint32_t nameBegin, std::string_view name,
+                                     std::uint32_t at) {
     Builder& w = Work;
+    if (nameBegin != kNone) at = nameBegin;
     if (nameBegin == kNone) {
         nameBegin = Size32(w.Text.size() + w.Names.size());
         w.Names.append(name);
@@ -310,6 +351,7 @@ Kalvos::Operand Kalvos::LinkVariable(std::uint32_t levelBegin, std::uint32_t lev
     Link& link = w.Links.emplace_back();
     link.NameBegin = nameBegin;
     link.NameLength = Size32(name.size());
+    link.At = at;
     link.LevelBegin = levelBegin;
     link.LevelLength = levelEnd - levelBegin;
     link.Pc = Size32(w.Drafts.size());
@@ -372,6 +414,8 @@ Kalvos::Code Kalvos::BuiltCode() {
     code.Links = w.Links.data();
     code.Args = w.Args.data();
     code.Aux = w.Aux.data();
+    code.Hosts = w.Hosts.data();
+    code.Called = w.Called.data();
     code.Slots = w.Slots.data();
     code.Text = w.Text.data();
     code.Names = w.Names.data();
@@ -380,6 +424,8 @@ Kalvos::Code Kalvos::BuiltCode() {
     code.LinkCount = Size32(w.Links.size());
     code.ArgCount = Size32(w.ArgRefs.size());
     code.AuxCount = Size32(w.Aux.size());
+    code.HostCount = Size32(w.Hosts.size());
+    code.CalledCount = Size32(w.Called.size() / 3);
     code.SlotCount = Size32(w.Slots.size());
     code.TextLength = Size32(w.Text.size());
     code.NamesLength = Size32(w.Names.size());
@@ -408,6 +454,7 @@ void Kalvos::Lower(Code& code, Patch* patches) {
         if ((uses & kReadsB) != 0) in.B = Address(code, d.B, pc, Field::B, patches);
         if ((uses & kWrites) != 0) in.Dst = code.Slots + d.Dst;
         if (d.Code == Op::Call) in.Function = BuiltinAt(d.Fn);
+        if (d.Code == Op::CallHost) in.Host = code.Hosts + d.A;
         if (d.Code == Op::Call && d.Count == 1 && UnaryAt(d.Fn) != nullptr) {
             // Its parameter read where it lives, its plain function called directly.
             in.Code = Op::CallUnary;
@@ -448,11 +495,12 @@ T* Place(char* block, std::size_t& offset, const T* from, std::size_t count) {
 Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) {
     const Code built = BuiltCode();
     const std::size_t bytes = (sizeof(Program) + 7) / 8 * 8 + built.SlotCount * sizeof(double) +
-                              built.LinkCount * sizeof(Link) + built.InstrCount * sizeof(Instr) +
+                              built.LinkCount * sizeof(Link) + built.HostCount * sizeof(HostLink) +
+                              built.InstrCount * sizeof(Instr) +
                               built.ArgCount * sizeof(const double*) +
                               built.SiteCount * sizeof(Site) + built.PatchCount * sizeof(Patch) +
-                              built.AuxCount * sizeof(std::uint32_t) + raw.size() +
-                              built.TextLength + built.NamesLength;
+                              (built.AuxCount + 3 * built.CalledCount) * sizeof(std::uint32_t) +
+                              raw.size() + built.TextLength + built.NamesLength;
     char* block = static_cast<char*>(::operator new(bytes));
     auto* program = new (block) Program();
     std::size_t offset = (sizeof(Program) + 7) / 8 * 8;
@@ -460,11 +508,13 @@ Kalvos::ProgramRef Kalvos::Freeze(std::string_view raw, std::uint64_t hash) {
     code = built;
     code.Slots = Place(block, offset, built.Slots, built.SlotCount);
     code.Links = Place(block, offset, built.Links, built.LinkCount);
+    code.Hosts = Place(block, offset, built.Hosts, built.HostCount);
     code.Instrs = Place<Instr>(block, offset, nullptr, built.InstrCount);
     code.Args = Place<const double*>(block, offset, nullptr, built.ArgCount);
     code.Sites = Place(block, offset, built.Sites, built.SiteCount);
     Patch* const patches = Place<Patch>(block, offset, nullptr, built.PatchCount);
     code.Aux = Place(block, offset, built.Aux, built.AuxCount);
+    code.Called = Place(block, offset, built.Called, 3 * std::size_t{built.CalledCount});
     program->Raw = Place(block, offset, raw.data(), raw.size());
     code.Text = Place(block, offset, built.Text, built.TextLength);
     code.Names = Place(block, offset, built.Names, built.NamesLength);

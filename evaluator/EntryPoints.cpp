@@ -31,6 +31,7 @@ KALVOS_OUT_OF_SIGHT double Kalvos::RaiseHalt(const Code& code) {
 #undef KALVOS_OUT_OF_SIGHT
 
 double Kalvos::ComputeExpr(std::string expr, const std::string& errortext) {
+    CheckNotInHost("ComputeExpr");
     if (Active != nullptr) Leave();
     if (ErrorText != errortext) ErrorText = errortext;
     // A known text is usually the one of the last call: compared, neither copied nor looked up.
@@ -84,6 +85,7 @@ double Kalvos::ComputFunc(const std::string& name, const std::string& args) {
 }
 
 Kalvos::CompiledExpr Kalvos::CompileExpr(std::string expr, const std::string& errortext) {
+    CheckNotInHost("CompileExpr");
     CompiledExpr compiled;
     compiled.Shared = new Handle;
     Handle& handle = *compiled.Shared;
@@ -104,6 +106,7 @@ double Kalvos::ComputeCompiled(const CompiledExpr& compiled) {
 }
 
 void Kalvos::Enter(const CompiledExpr& compiled) {
+    CheckNotInHost("ComputeCompiled");
     Handle* const handle = compiled.Shared;
     if (handle == nullptr || handle->Owner != Serial) {
         const CompiledExpr& texts = compiled;

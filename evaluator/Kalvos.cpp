@@ -34,7 +34,7 @@ Kalvos::Kalvos() : Vars(nullptr), RandGen(nullptr), BulkWork(std::make_unique<Bu
 
 Kalvos::~Kalvos() {
     Destroying = true;
-    Reset();
+    Clear();
     ClearCache();
     delete Vars;
     Vars = nullptr;
@@ -43,6 +43,12 @@ Kalvos::~Kalvos() {
 }
 
 void Kalvos::Reset() {
+    CheckNotInHost("Reset");
+    Clear();
+}
+
+// Reset, which the destructor runs too: a destructor raises nothing.
+void Kalvos::Clear() {
     Vars->Reset();
     RandGen->RandomInit(ClockSeed());
     Unpin();

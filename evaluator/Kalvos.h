@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -130,6 +131,10 @@ public:
     unsigned int GetThreads() const;
     static constexpr unsigned int kMaxThreads = 256;
 
+    /// The names of GetVariables() of the handle that no variable of the store has now (the
+    /// keywords "true" and "false" excepted), in the same order.
+    std::vector<std::string> GetMissingVariables(const CompiledExpr& compiled) const;
+
     /// The object keeps the programs of the texts it has evaluated more than once, keyed by
     /// the text exactly as given, up to `entries` programs and `bytes` bytes in all (defaults:
     /// kDefaultCacheEntries and kDefaultCacheBytes; the oldest leave first), and the program of
@@ -142,6 +147,24 @@ public:
     static constexpr std::size_t kDefaultCacheEntries = 1024;
     static constexpr std::size_t kDefaultCacheBytes = std::size_t{4} << 20;
     static constexpr std::size_t kMaxCachedTextLength = 4096;
+
+    /// Defines (or defines anew) the host function `name`, which an expression calls with
+    /// `minParams` to `maxParams` parameters (within 0 to 10): `fn` gets their values and their
+    /// count. A call of it is a call of a built-in: its parameters are evaluated first and in
+    /// order, and a value that is not finite raises the invalid-result error. A JException it
+    /// throws reaches the host unchanged; any other exception becomes a JException that names
+    /// the call. `pure`: the same parameters always give the same value, with no side effect,
+    /// so a call with constant parameters is computed once; `threadSafe`: a bulk call on
+    /// several threads may call it from all of them. Raises for a name that an expression
+    /// cannot call, a built-in's name, counts outside 0 to 10 and an empty `fn`. Texts compiled
+    /// before see the definition, as they see the store. The function must not call back into
+    /// this object, nor add or remove its variables (both raise). Reset keeps the functions.
+    void DefineFunction(const std::string& name, unsigned int minParams, unsigned int maxParams,
+                        std::function<double(const double* params, unsigned int count)> fn,
+                        bool pure = false, bool threadSafe = false);
+    /// False when there was no host function of that name. A call of it then raises the
+    /// not-found error, as for a name never defined.
+    bool RemoveFunction(const std::string& name);
 
     /// One built-in function: its name, the parameter counts it accepts and what it gives.
     struct FunctionInfo {
@@ -249,6 +272,7 @@ private:
         AndMM, AndAM, AndMA, OrMM, OrAM, OrMA,
         Call,         // catalogue entry Fn of Count parameters, read through Args from Extra
         CallUnary,    // catalogue entry of one parameter, read through A, by its plain function
+        CallHost,     // the host's function of Host, Count parameters read through Args from Extra
         CheckIndex,   // raises when A, truncated, is negative
         LoadIndexed,  // the variable named by Aux[Extra], Aux[Extra+1], with Count indices
                       // appended, read through Args from Aux[Extra+2]
@@ -280,6 +304,26 @@ private:
     /// The same computation of a pure function of one parameter, which a run calls directly.
     using Unary = double (*)(double x);
 
+    /// A function the host defined (DefineFunction).
+    struct HostFunction {
+        std::string Name;
+        unsigned int MinParams, MaxParams;
+        std::function<double(const double* params, unsigned int count)> Compute;
+        bool Pure, ThreadSafe;
+    };
+
+    /// A call of a name the catalogue does not have, resolved against the host's functions
+    /// when a run reaches it after they changed.
+    struct HostLink {
+        std::uint32_t NameBegin, NameLength;  // in the text
+        std::uint8_t Count;                   // its parameters
+        bool Constant;                        // every parameter is a constant
+        bool Kept;                            // Value is a pure function's value for them
+        std::uint64_t Version;                // of the host's functions when it was resolved
+        const HostFunction* Function;         // none of that name for that count: nullptr
+        double Value;
+    };
+
     /// An instruction as it runs: its operands are read where they live, a variable's number
     /// in the store. A call holds its function in place of its second operand.
     struct Instr {
@@ -291,6 +335,7 @@ private:
             const double* B;
             Builtin Function;
             Unary Plain;
+            HostLink* Host;
         };
         double* Dst;
     };
@@ -311,6 +356,7 @@ private:
     struct Link {
         const double* Value;                    // into the store, or a keyword's value
         std::uint32_t NameBegin, NameLength;    // in the text, or past its end in the names
+        std::uint32_t At;                       // where the text writes it
         std::uint32_t LevelBegin, LevelLength;  // the text that first names it
         std::uint32_t Pc;                       // where the run first reaches it
         int Line;
@@ -334,12 +380,14 @@ private:
         const Patch* Patches = nullptr;
         const double** Args = nullptr;
         const std::uint32_t* Aux = nullptr;
+        HostLink* Hosts = nullptr;
+        const std::uint32_t* Called = nullptr;  // calls: name's begin, length in Text; count
         double* Slots = nullptr;
         const double* Result = nullptr;
         const char* Text = nullptr;
         const char* Names = nullptr;
         std::uint32_t InstrCount = 0, SiteCount = 0, LinkCount = 0, PatchCount = 0;
-        std::uint32_t ArgCount = 0, AuxCount = 0, SlotCount = 0;
+        std::uint32_t ArgCount = 0, AuxCount = 0, HostCount = 0, CalledCount = 0, SlotCount = 0;
         std::uint32_t TextLength = 0, NamesLength = 0;
         std::uint64_t LinkedVersion = 0;  // the store version the links were resolved in
         std::uint32_t FirstFault = 0;     // the first link that raises, or LinkCount
@@ -404,6 +452,18 @@ public:
         const std::string& GetExprText() const;
         const std::string& GetErrorText() const;
 
+        // What the formula reads, up to the first fault found in its text (a run stops there).
+        /// The variables it reads by their names, in the order of the text, each once; an
+        /// index that is a constant is part of the name (x[2] reads "x2").
+        std::vector<std::string> GetVariables() const;
+        /// The names before the indices it computes when it runs (x[i + 1]), each once: the
+        /// variables it reads by those are built from them.
+        std::vector<std::string> GetComputedNames() const;
+        /// The functions it calls, built-in and the host's, in the order of the text, each once.
+        std::vector<std::string> GetFunctions() const;
+        /// Whether it draws random numbers or reseeds the generator.
+        bool DrawsRandomNumbers() const;
+
     private:
         friend class Kalvos;
         Handle* Shared = nullptr;
@@ -454,6 +514,8 @@ private:
         std::vector<Link> Links;
         std::vector<Ref> ArgRefs;  // the parameters of calls and the indices of variables
         std::vector<std::uint32_t> Aux;
+        std::vector<HostLink> Hosts;
+        std::vector<std::uint32_t> Called;
         std::vector<double> Slots;
         // The run's form of the last text compiled without a program of its own.
         std::vector<Instr> Instrs;
@@ -481,9 +543,12 @@ private:
     void OpenCall(Frame& frame, std::uint32_t nameBegin, std::uint32_t nameEnd,
                   std::uint32_t argsBegin, std::uint32_t argsEnd, std::uint32_t resume);
     void FinishCall(Frame& frame);
+    Operand BuiltinCall(const Frame& frame, const CatalogueEntry& entry);
+    Operand HostCall(const Frame& frame);
+    std::uint32_t PushArgs(const Operand* params, std::uint32_t count);
     void PushNumber(const Operand& value) { Work.Elems.push_back(value); }
     Operand LinkVariable(std::uint32_t levelBegin, std::uint32_t levelEnd, std::uint32_t nameBegin,
-                         std::string_view name);
+                         std::string_view name, std::uint32_t at = kNone);
     bool ReadSingleToken(std::uint32_t begin, std::uint32_t end, Operand& value);
     Ref RefOf(const Operand& operand) {
         if (!operand.Constant) return operand.Where;
@@ -633,6 +698,8 @@ private:
                                         std::uint32_t* ends);
     static const CatalogueEntry* Catalogue(std::size_t& size);
     static const CatalogueEntry* FindBuiltin(std::string_view name, unsigned int count);
+    /// Whether the catalogue has the name, for any count of parameters.
+    static bool HasBuiltin(std::string_view name);
     static bool IsPure(const CatalogueEntry& entry);
     static std::uint32_t CatalogueIndex(const CatalogueEntry& entry);
     static Builtin BuiltinAt(std::uint32_t index);
@@ -641,6 +708,35 @@ private:
     double RoundPosOnAxis(double p, const char* axisVariable) const;
 
     std::string Expand(std::string_view text) const;
+
+    void Clear();
+
+    // HostFunctions.cpp
+    /// The host's function for the link's name and count now, called; a failure of the call
+    /// other than a JException it raised, or MessageId::Count.
+    MessageId CallHost(const Code& code, HostLink& link, const double* values, double& value);
+    void ResolveHost(const Code& code, HostLink& link) const;
+    MessageId Invoke(const HostFunction& function, const double* values, unsigned int count,
+                     double& value);
+    /// Raises when a host function calls back into the object that runs it.
+    void CheckNotInHost(const char* method) const {
+        if (InHost != nullptr) RaiseInHost(method);
+    }
+    [[noreturn]] void RaiseInHost(const char* method) const;
+    /// While a host function runs: the object knows it, and no handle is active.
+    class HostScope {
+    public:
+        /// No function (a program that calls none) changes nothing.
+        HostScope(Kalvos& k, const HostFunction* function);
+        ~HostScope();
+        HostScope(const HostScope&) = delete;
+        HostScope& operator=(const HostScope&) = delete;
+
+    private:
+        Kalvos& K;
+        const HostFunction* Function;
+        Handle* Active;
+    };
 
     // Bulk.cpp: the bulk calls; BlockMachine.h: the machine that runs a program over blocks.
     struct Bulk;
@@ -676,4 +772,10 @@ private:
     Code Loose;            // the code of the last text compiled without a program of its own
     std::uint64_t Serial = 0;
     std::unique_ptr<Bulk> BulkWork;  // the plans, threads and buffers of the bulk calls
+    // The host's functions, each in a block of its own that links point to; every definition
+    // and removal counts a new version, against which links are resolved again.
+    std::vector<std::unique_ptr<HostFunction>> Hosts;
+    std::uint64_t HostVersion = 1;
+    const HostFunction* InHost = nullptr;  // the host function running, if any
+    std::string HostError;                 // what the failing host function's exception said
 };

@@ -128,7 +128,7 @@ double Kalvos::Run(const Code& code) {
         &&L_LtMM, &&L_LtAM, &&L_LtMA, &&L_GtMM, &&L_GtAM, &&L_GtMA,
         &&L_LeMM, &&L_LeAM, &&L_LeMA, &&L_GeMM, &&L_GeAM, &&L_GeMA,
         &&L_AndMM, &&L_AndAM, &&L_AndMA, &&L_OrMM, &&L_OrAM, &&L_OrMA,
-        &&L_Call, &&L_CallUnary, &&L_CheckIndex, &&L_LoadIndexed, &&L_Raise};
+        &&L_Call, &&L_CallUnary, &&L_CallHost, &&L_CheckIndex, &&L_LoadIndexed, &&L_Raise};
     // clang-format on
     static_assert(std::size(kTargets) == static_cast<unsigned int>(Op::Raise) + 1,
                   "one label for each Op");
@@ -168,6 +168,16 @@ double Kalvos::Run(const Code& code) {
     KALVOS_OP(CallUnary) {
         if (!kCalls) KALVOS_UNREACHABLE();
         acc = at->Plain(*at->A);
+        KALVOS_CHECK_RESULT()
+    }
+    KALVOS_NEXT
+    KALVOS_OP(CallHost) {
+        if (!kCalls) KALVOS_UNREACHABLE();
+        const double* const* args = code.Args + at->Extra;
+        double values[kMaxParameters];
+        for (unsigned int i = 0; i < at->Count; ++i) values[i] = *args[i];
+        failure = CallHost(code, *at->Host, values, acc);
+        if (failure != MessageId::Count) goto stop;
         KALVOS_CHECK_RESULT()
     }
     KALVOS_NEXT
@@ -344,6 +354,10 @@ MessageReport Kalvos::Describe(const Code& code, const Fault& fault) const {
         case MessageId::InvalidResult:
             return JObject::Describe<MessageId::InvalidResult>(
                 line, error, text1, text2, fault.Value, ResultLabel(CheckNumberValue(fault.Value)));
+        case MessageId::HostRaised:
+            return JObject::Describe<MessageId::HostRaised>(line, error, text1, text2, HostError);
+        case MessageId::HostChangedStore:
+            return JObject::Describe<MessageId::HostChangedStore>(line, error, text1, text2);
         default:
             return DescribeText(fault.Id, line, text1);
     }

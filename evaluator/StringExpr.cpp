@@ -16,6 +16,7 @@ constexpr std::uint32_t kClosedFlag = 0x80000000u;
 }  // namespace
 
 std::string Kalvos::ComputeExprStr(std::string text, const std::string& errortext) {
+    CheckNotInHost("ComputeExprStr");
     Active = nullptr;  // its texts and program are all replaced
     ExprText = text;
     Current = ProgramRef();

@@ -149,7 +149,10 @@ inline BulkCase DrawBulkCase(texts::Grammar& grammar) {
 
 class BulkDifferential {
 public:
-    explicit BulkDifferential(int seed) : Seed(seed) { Restart(); }
+    explicit BulkDifferential(int seed) : Seed(seed) {
+        for (Kalvos* k : {&Loop, &Bulk}) DefineHostFunctions(*k);
+        Restart();
+    }
 
     // Runs the case both ways; "" when they agree, else what differs.
     std::string Run(const BulkCase& c) {
@@ -225,6 +228,9 @@ public:
                     break;
                 case 2:
                     vars.SetVarStr(name, "[a]");
+                    break;
+                case 3:
+                    DefineGone(*k, (code >> 8 & 1u) != 0);
                     break;
                 default:
                     break;

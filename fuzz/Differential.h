@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <string>
 
 #include "Reference.h"
@@ -31,6 +32,47 @@ inline const char* const kNames[] = {
     "a",        "b",        "x",        "x0",  "x1",  "x2",   "x3",   "m12",   "m1", "Dp",
     "PosMin_x", "PosMin_y", "PosMin_z", "nan", "inf", "true", "TRUE", "false", "zz", "s"};
 constexpr unsigned kNameCount = sizeof kNames / sizeof kNames[0];
+
+// Host functions every object of a comparison defines alike: pure and impure, one that raises a
+// JException and one that throws something else, and "hgone", which Change defines and removes.
+inline const char* const kHostFunctions[] = {"hpure", "hcount", "hraise", "hthrow", "hgone"};
+
+inline void DefineHostFunctions(Kalvos& k) {
+    k.DefineFunction(
+        "hpure", 1, 2,
+        [](const double* p, unsigned int n) { return n == 1 ? p[0] * 2 : p[0] / p[1]; }, true,
+        true);
+    // Impure: its own count of calls, which each object keeps in step by making the same calls.
+    k.DefineFunction("hcount", 0, 1, [calls = 0.0](const double* p, unsigned int n) mutable {
+        calls += 1;
+        return n == 0 ? calls : p[0] + calls;
+    });
+    // Pure, so that bulk calls run them by blocks, on several threads, and meet their throws.
+    k.DefineFunction(
+        "hraise", 0, 1,
+        [](const double* p, unsigned int n) -> double {
+            if (n == 0 || p[0] < 0)
+                throw JException("Table", 12, "Table", "Lookup", "no entry", "");
+            return p[0];
+        },
+        true, true);
+    k.DefineFunction(
+        "hthrow", 1, 1,
+        [](const double* p, unsigned int) -> double {
+            if (p[0] > 1) throw std::range_error("beyond the table");
+            return p[0];
+        },
+        true, true);
+}
+
+inline void DefineGone(Kalvos& k, bool defined) {
+    if (!defined) {
+        (void)k.RemoveFunction("hgone");
+        return;
+    }
+    k.DefineFunction(
+        "hgone", 1, 1, [](const double* p, unsigned int) { return p[0] - 1; }, true);
+}
 
 inline double Value(std::uint32_t k) {
     constexpr double kInf = std::numeric_limits<double>::infinity();
@@ -103,6 +145,7 @@ public:
     explicit Differential(int seed) : Seed(seed) {
         Ref.SetCacheLimits(0, 0);
         Warm.SetCacheLimits(kWarmEntries, kWarmBytes);
+        for (Kalvos* k : {&Ref, &Warm, &Handle}) DefineHostFunctions(*k);
         Restart();
     }
 
@@ -177,6 +220,9 @@ public:
                 case 7:
                     vars.Reset();
                     reference::FillStore(vars);
+                    break;
+                case 8:
+                    DefineGone(*k, (code >> 8 & 1u) != 0);
                     break;
                 default:
                     break;  // most evaluations see the store unchanged

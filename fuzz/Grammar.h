@@ -118,12 +118,17 @@ private:
         return kind < 85 ? Of(good) : kind < 93 ? Of(kBadIndices) : Expr(depth - 1);
     }
 
-    // A function of the catalogue with an accepted count, mostly; else a wrong count, an
-    // eleventh parameter, empty parameters or an unknown name.
+    // A function of the catalogue with an accepted count, mostly; else a host function (see
+    // diff::DefineHostFunctions), a wrong count, an eleventh parameter, empty parameters or an
+    // unknown name.
     std::string Call(int depth) {
         const Kalvos::FunctionInfo f = Kalvos::GetFunction(Pick(Kalvos::GetFunctionCount()));
         std::string name(f.Name);
         unsigned count = f.MinParams + Pick(f.MaxParams - f.MinParams + 1);
+        if (Chance(8)) {
+            name = Of(diff::kHostFunctions);
+            count = Pick(3);
+        }
         if (Chance(5)) name = Of(kUnknownFunctions);
         if (Chance(5)) count = Chance(50) ? count + 1 : Kalvos::kMaxParameters + 1;
         std::string text = name + "(";

@@ -51,6 +51,14 @@ enum class MessageId : std::uint8_t {
     BulkOverlap,
     ThreadCount,
     ThreadsNotStarted,
+    HostRaised,
+    HostChangedStore,
+    HostCalledBack,
+    HostBadName,
+    HostBuiltinName,
+    HostBadCounts,
+    HostNoComputation,
+    BulkStoreChanged,
     Count
 };
 
@@ -107,6 +115,16 @@ inline constexpr MessageTemplate kMessages[] = {
     {"Kalvos", "ComputeCompiled", "Bulk evaluation of [%s]: The output overlaps column '%s'."},
     {"Kalvos", "SetThreads", "The thread count %u is not within 1 to %u."},
     {"Kalvos", "SetThreads", "The threads could not be started: %s"},
+    {"Kalvos", "ComputFunc", "Evaluating function [%s(%s)]: The host function raised: %s"},
+    {"Kalvos", "ComputFunc",
+     "Evaluating function [%s(%s)]: The host function added or removed variables."},
+    {"Kalvos", "HostFunction", "The host function '%s' called %s of the evaluator that runs it."},
+    {"Kalvos", "DefineFunction", "The name '%s' cannot be called in an expression."},
+    {"Kalvos", "DefineFunction", "'%s' is the name of a built-in function."},
+    {"Kalvos", "DefineFunction", "The parameter counts %u to %u of '%s' are not within 0 to %u."},
+    {"Kalvos", "DefineFunction", "The function '%s' has no computation."},
+    {"Kalvos", "ComputeCompiled",
+     "Bulk evaluation of [%s]: A host function added or removed variables."},
 };
 static_assert(std::size(kMessages) == static_cast<std::size_t>(MessageId::Count),
               "one template for each MessageId");
