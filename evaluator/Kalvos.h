@@ -661,13 +661,13 @@ private:
     static double ApplyOperator(TpOper oper, double a, double b) {
         switch (oper) {
             case OP_Mul:
-                return a * b;
+                return LeftNaN(a, a * b);
             case OP_Div:
-                return a / b;
+                return LeftNaN(a, a / b);
             case OP_Add:
-                return a + b;
+                return LeftNaN(a, a + b);
             case OP_Sub:
-                return a - b;
+                return LeftNaN(a, a - b);
             case OP_Lt:
                 return a < b ? 1.0 : 0.0;
             case OP_Gt:
@@ -688,6 +688,11 @@ private:
                 return 0.0;  // no other operator has an infix pass
         }
     }
+    /// Of two NaN operands the processor gives the one the instruction names first, and the
+    /// compiler orders the operands of a product or a sum as it likes, differently from one
+    /// loop to another: the left NaN is given, quieted (as the processor quiets a NaN it
+    /// gives), so that every way of computing gives the same bits.
+    static double LeftNaN(double a, double result) { return a != a ? a + a : result; }
     /// The value of a prefix operator: "!" (OP_Not) or the negation (OP_None).
     static double ApplyPrefix(TpOper oper, double b) {
         return oper == OP_Not ? (b == 0.0 ? 1.0 : 0.0) : -b;

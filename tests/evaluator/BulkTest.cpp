@@ -141,3 +141,20 @@ TEST(Bulk, ThreadCounts) {
     k.Reset();  // keeps the threads, as it keeps the cache's limits
     EXPECT_EQ(k.GetThreads(), 3u);
 }
+
+// Of two NaN operands, which one a product or a sum gives depends on the order of the operands
+// in the instruction, which the compiler chooses loop by loop: every way of computing must give
+// the left one, whatever the operands' shapes.
+TEST(Bulk, TwoNaNOperandsGiveTheLeftOne) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    diff::BulkDifferential d(9);
+    for (const char* text : {"x * nan", "nan * x", "x + nan - x", "nan / x", "x / nan", "x * x",
+                             "(x - nan) * (nan + x)", "-x * nan"}) {
+        diff::BulkCase c;
+        c.Text = text;
+        c.Columns = {{"x", 8}};
+        c.Count = 300;
+        for (std::size_t i = 0; i < c.Count; i += 3) c.Placed.push_back({i, i % 2 ? nan : -nan});
+        ASSERT_EQ(d.Run(c), "");
+    }
+}
