@@ -7,13 +7,15 @@
 //   mu_bulk   muparser's bulk Eval(results, n) on one thread (OMP_NUM_THREADS=1);
 //   mu_loop   muparser's Eval() in a loop, x written through the pointer given to DefineVar.
 // Every row is timed in wall-clock time per element. The summary after the run prints each row's
-// geometric mean and the ratios the project holds the bulk call to.
+// geometric mean and the ratios the project holds the bulk call to. Host/... rows time a host
+// function against the built-in of the same body, single calls and bulk.
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -110,6 +112,54 @@ void SetLoop(benchmark::State& state, const bench::BulkEntry& entry, std::size_t
         }
     }
     Finish(state, count, out);
+}
+
+// A host function against the built-in of the same body, called as a single call through a
+// reference's loop and as a bulk call, over 1,000 elements: what calling the host's code costs.
+struct HostPair {
+    const char* Name;
+    const char* Builtin;
+    const char* Host;
+};
+const HostPair kHostPairs[] = {{"sqrt", "sqrt(x)", "hsqrt(x)"}, {"sin", "sin(x)", "hsin(x)"}};
+constexpr std::size_t kHostCount = 1000;
+
+std::unique_ptr<Kalvos> MakeHostKalvos() {
+    auto kalvos = MakeKalvos();
+    kalvos->DefineFunction(
+        "hsqrt", 1, 1, [](const double* p, unsigned int) { return std::sqrt(p[0]); }, true, true);
+    kalvos->DefineFunction(
+        "hsin", 1, 1, [](const double* p, unsigned int) { return std::sin(p[0]); }, true, true);
+    return kalvos;
+}
+
+void HostSingle(benchmark::State& state, const std::string& text) {
+    const std::vector<double>& xs = Column(kHostCount);
+    std::vector<double> out(kHostCount);
+    auto kalvos = MakeHostKalvos();
+    const Kalvos::CompiledExpr formula = kalvos->CompileExpr(text);
+    KalvosVars::NumRef x = kalvos->GetVars().GetNumRef("x");
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < kHostCount; ++i) {
+            x.Set(xs[i]);
+            out[i] = kalvos->ComputeCompiled(formula);
+        }
+    }
+    Finish(state, kHostCount, out);
+}
+
+void HostBulk(benchmark::State& state, const std::string& text) {
+    const std::vector<double>& xs = Column(kHostCount);
+    std::vector<double> out(kHostCount);
+    auto kalvos = MakeHostKalvos();
+    const Kalvos::CompiledExpr formula = kalvos->CompileExpr(text);
+    const std::vector<Kalvos::Column> columns = {{"x", xs.data()}};
+    for (auto _ : state) kalvos->ComputeCompiled(formula, kHostCount, columns, out.data());
+    Finish(state, kHostCount, out);
+}
+
+std::string HostRowName(const char* row, const char* pair) {
+    return std::string("Host/") + row + "/" + pair;
 }
 
 #ifdef KALVOS_BENCH_MUPARSER
@@ -210,6 +260,20 @@ bool CheckCorpus() {
 }
 
 void RegisterAll() {
+    for (const HostPair& pair : kHostPairs) {
+        const std::pair<const char*, const char*> rows[] = {{"builtin", pair.Builtin},
+                                                            {"host", pair.Host}};
+        for (const auto& [row, text] : rows) {
+            benchmark::RegisterBenchmark(
+                HostRowName((std::string(row) + "_single").c_str(), pair.Name).c_str(), HostSingle,
+                std::string(text))
+                ->UseRealTime();
+            benchmark::RegisterBenchmark(
+                HostRowName((std::string(row) + "_bulk").c_str(), pair.Name).c_str(), HostBulk,
+                std::string(text))
+                ->UseRealTime();
+        }
+    }
     for (const Row& row : kRows) {
         for (const std::size_t count : kSizes) {
             for (const bench::BulkEntry& entry : bench::BulkCorpus()) {
@@ -235,6 +299,9 @@ public:
         Verdict("reference loop / muparser Eval() loop (1,000,000)", "refloop", "mu_loop", 1000000,
                 false, 0.7);
         Verdict("bulk, 1 thread / reference loop (16)", "bulk1", "refloop", 16, false, 1.0);
+        for (const char* way : {"single", "bulk"}) {
+            HostVerdict(way);
+        }
     }
 
 private:
@@ -288,6 +355,23 @@ private:
             }
         }
         std::printf("\n");
+    }
+
+    // A host function's call over the built-in's, by the geometric mean over the bodies.
+    void HostVerdict(const std::string& way) const {
+        double logSum = 0.0;
+        for (const HostPair& pair : kHostPairs) {
+            const auto host = Times.find(HostRowName(("host_" + way).c_str(), pair.Name));
+            const auto builtin = Times.find(HostRowName(("builtin_" + way).c_str(), pair.Name));
+            if (host == Times.end() || builtin == Times.end()) {
+                std::printf("%-52s %8s\n", ("host function / built-in, " + way).c_str(), "not run");
+                return;
+            }
+            logSum += std::log(host->second / builtin->second);
+        }
+        const double ratio = std::exp(logSum / static_cast<double>(std::size(kHostPairs)));
+        std::printf("%-52s %8.2f %3s %5.1f  %s\n", ("host function / built-in, " + way).c_str(),
+                    ratio, "<=", 1.5, ratio <= 1.5 ? "PASS" : "MISS");
     }
 
     void Verdict(const char* label, const char* numerator, const char* denominator,

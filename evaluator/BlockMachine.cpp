@@ -418,8 +418,9 @@ KALVOS_INLINE bool Kalvos::BlockMachine::CallUnary(const Step& step, const Frame
 
 // A host function's exception, or a value that is not finite, is a fault of the block: run
 // again element by element, the element calls the function again, and raises.
-bool Kalvos::BlockMachine::HostValue(const HostFunction& function, const double* values,
-                                     unsigned int count, double& value) {
+KALVOS_INLINE bool Kalvos::BlockMachine::HostValue(const HostFunction& function,
+                                                   const double* values, unsigned int count,
+                                                   double& value) {
     try {
         value = function.Compute(values, count);
     } catch (...) {
@@ -434,6 +435,12 @@ KALVOS_INLINE bool Kalvos::BlockMachine::CallHost(const Step& step, const Frame&
     const double* sources[kMaxParameters];
     std::size_t strides[kMaxParameters];
     CallSources(step, frame, sources, strides);
+    if (step.Count == 1 && strides[0] == 1) {  // each element's parameter handed where it is
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!HostValue(*step.Host, sources[0] + i, 1, dst[i])) return true;
+        }
+        return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         double values[kMaxParameters];
         for (unsigned int p = 0; p < step.Count; ++p) values[p] = sources[p][i * strides[p]];

@@ -38,42 +38,12 @@ bool Kalvos::RemoveFunction(const std::string& name) {
     return true;
 }
 
-// A pure function of constant parameters is called once for each version of the host's
-// functions: a definition or removal forgets the value.
-MessageId Kalvos::CallHost(const Code& code, HostLink& link, const double* values, double& value) {
-    if (link.Version != HostVersion) ResolveHost(code, link);
-    if (link.Function == nullptr) return MessageId::FunctionNotFound;
-    if (link.Kept) {
-        value = link.Value;
-        return MessageId::Count;
-    }
-    // The run reads variables where the store keeps them: a function that added or removed one
-    // may have moved them.
-    const std::uint64_t store = Vars->GetVersion();
-    const MessageId failure = Invoke(*link.Function, values, link.Count, value);
-    if (failure != MessageId::Count) return failure;
-    if (Vars->GetVersion() != store) return MessageId::HostChangedStore;
-    link.Kept = link.Constant && link.Function->Pure;
-    link.Value = value;
-    return MessageId::Count;
-}
-
-void Kalvos::ResolveHost(const Code& code, HostLink& link) const {
-    const std::string_view name(code.Text + link.NameBegin, link.NameLength);
-    const auto function = std::find_if(Hosts.begin(), Hosts.end(), [&](const auto& h) {
-        return h->Name == name && link.Count >= h->MinParams && link.Count <= h->MaxParams;
-    });
-    link.Function = function != Hosts.end() ? function->get() : nullptr;
-    link.Kept = false;
-    link.Version = HostVersion;
-}
-
 // The host's code runs here: a JException it throws passes unchanged, any other exception is
 // a failure of the call, which the run raises with its site's texts. While it runs, the object
 // refuses to be used (CheckNotInHost): the run it interrupted holds its program and scratch.
 // No handle is active meanwhile, so that computing one again goes the way that checks.
-MessageId Kalvos::Invoke(const HostFunction& function, const double* values, unsigned int count,
-                         double& value) {
+inline MessageId Kalvos::Invoke(const HostFunction& function, const double* values,
+                                unsigned int count, double& value) {
     const HostScope scope(*this, &function);
     try {
         value = function.Compute(values, count);
@@ -99,6 +69,38 @@ Kalvos::HostScope::~HostScope() {
     if (Function == nullptr) return;
     K.InHost = nullptr;
     K.Active = Active;
+}
+
+// A pure function of constant parameters is called once for each version of the host's
+// functions: a definition or removal forgets the value.
+MessageId Kalvos::CallHost(const Code& code, HostLink& link, const double* values, double& value) {
+    if (link.Version != HostVersion) ResolveHost(code, link);
+    if (link.Kept) {  // only ever with a function
+        value = link.Value;
+        return MessageId::Count;
+    }
+    if (link.Function == nullptr) return MessageId::FunctionNotFound;
+    // The run reads variables where the store keeps them: a function that added or removed one
+    // may have moved them.
+    const std::uint64_t store = Vars->GetVersion();
+    const MessageId failure = Invoke(*link.Function, values, link.Count, value);
+    if (failure != MessageId::Count) return failure;
+    if (Vars->GetVersion() != store) return MessageId::HostChangedStore;
+    if (link.Constant && link.Function->Pure) {
+        link.Kept = true;
+        link.Value = value;
+    }
+    return MessageId::Count;
+}
+
+void Kalvos::ResolveHost(const Code& code, HostLink& link) const {
+    const std::string_view name(code.Text + link.NameBegin, link.NameLength);
+    const auto function = std::find_if(Hosts.begin(), Hosts.end(), [&](const auto& h) {
+        return h->Name == name && link.Count >= h->MinParams && link.Count <= h->MaxParams;
+    });
+    link.Function = function != Hosts.end() ? function->get() : nullptr;
+    link.Kept = false;
+    link.Version = HostVersion;
 }
 
 void Kalvos::RaiseInHost(const char* method) const {

@@ -173,10 +173,11 @@ double Kalvos::Run(const Code& code) {
     KALVOS_NEXT
     KALVOS_OP(CallHost) {
         if (!kCalls) KALVOS_UNREACHABLE();
+        // One parameter, the most common, is handed where it lives.
         const double* const* args = code.Args + at->Extra;
         double values[kMaxParameters];
-        for (unsigned int i = 0; i < at->Count; ++i) values[i] = *args[i];
-        failure = CallHost(code, *at->Host, values, acc);
+        for (unsigned int i = 0; i < at->Count && at->Count > 1; ++i) values[i] = *args[i];
+        failure = CallHost(code, *at->Host, at->Count == 1 ? args[0] : values, acc);
         if (failure != MessageId::Count) goto stop;
         KALVOS_CHECK_RESULT()
     }
