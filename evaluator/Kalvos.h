@@ -114,11 +114,12 @@ public:
     ///
     /// Each instruction runs over a block of elements at a time; what reads no column runs once
     /// per call. A program that draws random numbers, builds variable names from computed
-    /// indices (x[i + 1]) or calls "roundposx", "roundposy" or "roundposz" runs element by
-    /// element, on one thread, with the same results. `out` may be exactly a column's data
-    /// with that column's stride sizeof(double); any other overlap with a column, a null
-    /// pointer and two columns of one name raise before anything is written or set ("Bulk
-    /// evaluation of [%s]: ...", method "ComputeCompiled"). `count` 0 does nothing.
+    /// indices (x[i + 1]), calls "roundposx", "roundposy" or "roundposz" or a host function that
+    /// is not pure runs element by element, on one thread, with the same results; one that
+    /// calls a host function that is not thread-safe runs by blocks on one thread. `out` may be
+    /// exactly a column's data with that column's stride sizeof(double); any other overlap with a
+    /// column, a null pointer and two columns of one name raise before anything is written or set
+    /// ("Bulk evaluation of [%s]: ...", method "ComputeCompiled"). `count` 0 does nothing.
     void ComputeCompiled(const CompiledExpr& compiled, std::size_t count,
                          const std::vector<Column>& columns, double* out);
     /// The element whose failure the last bulk call raised; kNoElement when that call did not
