@@ -39,6 +39,15 @@ std::string ReadableNumber(double value) {
     return FormatNumber(value);
 }
 
+// A name that an expression can spell, so that completing it gives something to type.
+bool IsName(std::string_view text) {
+    return !text.empty() && KalvosVars::FirstCharValid(text[0]) &&
+           std::all_of(text.begin() + 1, text.end(), KalvosVars::CharValid);
+}
+
+// Thrown from a callback when the output fails, so that no more lines are read.
+struct StopReading {};
+
 // The parameters as the descriptions name them: x alone, a, b, c for several.
 std::string Parameters(unsigned int count, bool more) {
     if (count == 1 && !more) return "x";
@@ -52,35 +61,8 @@ std::string Parameters(unsigned int count, bool more) {
 
 }  // namespace
 
-std::string Evaluator::TargetName(const Target& target, std::string_view text,
-                                  const std::string& origin) {
-    // A failing index names the origin, as the error text of the calls that fail.
-    ErrorText = origin;
-    std::string name(target.Name);
-    for (const std::string_view index : target.Indices) {
-        const std::string indexText = fun::StrWithoutChar(std::string(index), ' ');
-        const int number = TruncToInt(ComputExpr(indexText));
-        if (number < 0) {
-            Raise<MessageId::NegativeIndex>(__LINE__, origin,
-                                            fun::StrWithoutChar(std::string(text), ' '), indexText);
-        }
-        name += std::to_string(number);
-    }
-    return name;
-}
-
 Session::Session(std::ostream& out, std::ostream& err, bool asBool)
     : Out(out), Err(err), AsBool(asBool) {}
-
-// A failure is reported and counted; the run goes on with the next line.
-template <typename Compute>
-void Session::Guard(Compute compute) {
-    try {
-        compute();
-    } catch (const JException& e) {
-        Fail(e.GetText());
-    }
-}
 
 void Session::Report(const std::string& message) {
     Out.flush();
@@ -113,69 +95,60 @@ std::string Session::Format(double value) const {
     return Decimals < 0 ? FormatNumber(value) : FormatFixed(value, Decimals);
 }
 
-std::string Session::Resolve(std::string_view targetText, const std::string& origin) {
-    Target target;
-    ReadTarget(targetText, target);
-    if (target.Indices.empty()) return std::string(target.Name);
-    return Eval.TargetName(target, targetText, origin);
+// Every line goes on after a failure, which is reported as it comes.
+Kalvos::SetupOptions Session::Options() {
+    Kalvos::SetupOptions options;
+    options.KeepGoing = true;
+    options.Conditions = AsBool;
+    options.OnResult = [this](const Kalvos::SetupResult& result) { TakeResult(result); };
+    options.OnFailure = [this](const Kalvos::SetupFailure& failure) { TakeFailure(failure); };
+    return options;
 }
+
+// Nothing more is read once the output has failed.
+template <typename Read>
+void Session::Guarded(Read read) {
+    if (WriteError != 0) return;
+    try {
+        read(Options());
+    } catch (const StopReading&) {
+    }
+}
+
+void Session::TakeResult(const Kalvos::SetupResult& result) {
+    using Kind = Kalvos::SetupLineKind;
+    if (!result.Name.empty()) Claim(result.Name);
+    if (result.Kind == Kind::Text) Print(result.Str);
+    if (result.Kind == Kind::Expression) {
+        Print(AsBool ? (result.Num != 0 ? "true" : "false") : Format(result.Num));
+        if (Answers) Eval.GetVars().SetVarNum("ans", result.Num);
+    }
+    if (WriteError != 0) throw StopReading();
+}
+
+void Session::TakeFailure(const Kalvos::SetupFailure& failure) { Fail(failure.Message); }
 
 void Session::RunLine(std::string_view text, const std::string& origin) {
-    const Line line = ClassifyLine(text);
-    switch (line.Kind) {
-        case LineKind::Blank:
-        case LineKind::Comment:
-            return;
-        case LineKind::BadTarget:
-            Fail("cannot assign to '" + std::string(line.Target) +
-                 "': a variable is a letter or '_', then letters, digits or '_', then any "
-                 "number of [INDEX]" +
-                 origin);
-            return;
-        case LineKind::Assignment:
-            Guard([&] {
-                const std::string name = Resolve(line.Target, origin);
-                StoreNumber(name, Eval.ComputeExpr(std::string(line.Body), origin));
-            });
-            return;
-        case LineKind::TextAssignment:
-            Guard([&] {
-                const std::string name = Resolve(line.Target, origin);
-                StoreText(name, Eval.ComputeExprStr(std::string(line.Body), origin));
-            });
-            return;
-        case LineKind::Text:
-            Guard([&] { Print(Eval.ComputeExprStr(std::string(line.Body), origin)); });
-            return;
-        case LineKind::Expression:
-            Guard([&] {
-                const std::string expr(line.Body);
-                double value = 0;
-                if (AsBool) {
-                    value = Eval.ComputeExprBool(expr, origin) ? 1 : 0;
-                    Print(value != 0 ? "true" : "false");
-                } else {
-                    value = Eval.ComputeExpr(expr, origin);
-                    Print(Format(value));
-                }
-                if (Answers) Eval.GetVars().SetVarNum("ans", value);
-            });
-            return;
-    }
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetupLine(text, origin, options); });
 }
 
-void Session::RunStream(std::istream& in, const std::string& where) {
-    std::string text;
-    for (unsigned long number = 1; WriteError == 0 && std::getline(in, text); ++number) {
-        const std::string_view line =
-            number == 1 ? SkipByteOrderMark(text) : std::string_view(text);
-        RunLine(line, " (" + where + "line " + std::to_string(number) + ")");
-    }
+void Session::RunSetup(const std::string& text, const std::string& source) {
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetup(text, source, options); });
+}
+
+void Session::RunSetup(std::istream& in, const std::string& source) {
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetup(in, source, options); });
 }
 
 void Session::DefineText(std::string_view target, const std::string& text,
                          const std::string& origin) {
-    Guard([&] { StoreText(Resolve(target, origin), text); });
+    try {
+        const std::string name = Eval.GetSetupTargetName(target, origin);
+        Claim(name);
+        Eval.GetVars().SetVarStr(name, text);
+    } catch (const JException& e) {
+        Fail(e.GetText());
+    }
 }
 
 void Session::Claim(const std::string& name) {
@@ -183,16 +156,6 @@ void Session::Claim(const std::string& name) {
         Answers = false;
         Report("'ans' now holds your own value; results are no longer stored in it");
     }
-}
-
-void Session::StoreNumber(const std::string& name, double value) {
-    Claim(name);
-    Eval.GetVars().SetVarNum(name, value);
-}
-
-void Session::StoreText(const std::string& name, const std::string& text) {
-    Claim(name);
-    Eval.GetVars().SetVarStr(name, text);
 }
 
 void Session::SeedRandomly() {

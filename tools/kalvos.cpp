@@ -9,13 +9,11 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/Interactive.h"
-#include "tools/LineRules.h"
 #include "tools/Printing.h"
 #include "tools/Session.h"
 
@@ -113,23 +111,26 @@ std::string ReadFile(const std::string& path, Options& options) {
     }
 }
 
+bool IsAssignment(const Kalvos::SetupLine& line) {
+    return line.Kind == Kalvos::SetupLineKind::Assignment ||
+           line.Kind == Kalvos::SetupLineKind::TextAssignment;
+}
+
 Setup LineSetup(const std::string& flag, const std::string& value) {
-    const cli::LineKind kind = cli::ClassifyLine(value).Kind;
-    if (kind != cli::LineKind::Assignment && kind != cli::LineKind::TextAssignment) {
+    if (!IsAssignment(Kalvos::ReadSetupLine(value))) {
         throw UsageError(flag + " expects NAME=EXPR, not '" + value + "'");
     }
     return {Setup::Line, "", value, " (option " + flag + " " + value + ")"};
 }
 
+// The target is read as a line's: x[a==1]=t is x[a==1] and t. TEXT is all that follows its
+// "=", a comment mark included.
 Setup TextSetup(const std::string& flag, const std::string& value) {
-    // The "=" that assigns on a line ends the target: x[a==1]=t is x[a==1] and t.
-    const std::size_t equals = cli::AssignmentSign(value);
-    const std::string_view target = cli::TrimBlanks(std::string_view(value).substr(0, equals));
-    cli::Target parts;
-    if (equals == std::string_view::npos || !cli::ReadTarget(target, parts)) {
-        throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
-    }
-    return {Setup::Text, std::string(target), value.substr(equals + 1),
+    const Kalvos::SetupLine line = Kalvos::ReadSetupLine(value);
+    if (!IsAssignment(line)) throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
+    const auto targetEnd =
+        static_cast<std::size_t>(line.Target.data() - value.data()) + line.Target.size();
+    return {Setup::Text, std::string(line.Target), value.substr(value.find('=', targetEnd) + 1),
             " (option " + flag + " " + value + ")"};
 }
 
@@ -237,11 +238,9 @@ void RunSetup(cli::Session& session, const Setup& setup) {
         case Setup::Text:
             session.DefineText(setup.Name, setup.Value, setup.Origin);
             break;
-        case Setup::File: {
-            std::istringstream in(setup.Value);
-            session.RunStream(in, setup.Name == "-" ? "" : setup.Name + " ");
+        case Setup::File:
+            session.RunSetup(setup.Value, setup.Name == "-" ? "" : setup.Name);
             break;
-        }
     }
 }
 
@@ -266,7 +265,7 @@ int Run(const Options& options) {
     if (interactive) {
         readError = cli::RunInteractive(session);
     } else if (readsInput) {
-        session.RunStream(std::cin, "");
+        session.RunSetup(std::cin, "");
         if (std::cin.bad()) readError = errno != 0 ? errno : EIO;
     }
     if (options.Vars) session.ListVars();
