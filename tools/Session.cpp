@@ -62,7 +62,7 @@ std::string Parameters(unsigned int count, bool more) {
 }  // namespace
 
 Session::Session(std::ostream& out, std::ostream& err, bool asBool)
-    : Out(out), Err(err), AsBool(asBool) {}
+    : Out(out), Err(err), Values(&out), AsBool(asBool) {}
 
 void Session::Report(const std::string& message) {
     Out.flush();
@@ -74,9 +74,9 @@ void Session::Fail(const std::string& message) {
     Failed = true;
 }
 
-void Session::Print(const std::string& text) {
+void Session::Print(std::ostream& stream, const std::string& text) {
     errno = 0;
-    Out << text << '\n';
+    stream << text << '\n';
     NoteWriteError();
 }
 
@@ -118,9 +118,9 @@ void Session::Guarded(Read read) {
 void Session::TakeResult(const Kalvos::SetupResult& result) {
     using Kind = Kalvos::SetupLineKind;
     if (!result.Name.empty()) Claim(result.Name);
-    if (result.Kind == Kind::Text) Print(result.Str);
+    if (result.Kind == Kind::Text) Print(*Values, result.Str);
     if (result.Kind == Kind::Expression) {
-        Print(AsBool ? (result.Num != 0 ? "true" : "false") : Format(result.Num));
+        Print(*Values, AsBool ? (result.Num != 0 ? "true" : "false") : Format(result.Num));
         if (Answers) Eval.GetVars().SetVarNum("ans", result.Num);
     }
     if (WriteError != 0) throw StopReading();
@@ -184,14 +184,15 @@ std::size_t Session::ListVars() {
     for (unsigned int idx = 0; idx < vars.GetCount(); ++idx) {
         const std::string& name = vars.GetVarName(idx);
         if (vars.VarIsNum(idx)) {
-            Print(name + " = " + ReadableNumber(vars.GetVarNum(idx, "")));
+            Print(Out, name + " = " + ReadableNumber(vars.GetVarNum(idx, "")));
             continue;
         }
         const std::string text = vars.GetVarStr(idx, "");
         if (HoldsMarker(text) || text.find_first_of("\r\n") != std::string::npos) {
-            Print("// " + name + " holds a line break or a [marker], which a line cannot store");
+            Print(Out,
+                  "// " + name + " holds a line break or a [marker], which a line cannot store");
         } else {
-            Print(name + " = $" + text);
+            Print(Out, name + " = $" + text);
         }
     }
     return vars.GetCount();

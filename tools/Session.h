@@ -38,6 +38,9 @@ public:
     void SetDecimals(int decimals) { Decimals = decimals; }
     /// From now on each result is also stored in "ans", as long as no one else uses the name.
     void KeepAnswers();
+    /// The values of expressions go to the error stream, so that the output holds nothing
+    /// but what ListVars prints.
+    void PrintValuesToErrors() { Values = &Err; }
 
     /// Every variable as a line that the tool reads back: "x = 1.5", "unit = $m/s". Returns
     /// how many there are.
@@ -65,7 +68,7 @@ private:
     void Guarded(Read read);
     void TakeResult(const Kalvos::SetupResult& result);
     void TakeFailure(const Kalvos::SetupFailure& failure);
-    void Print(const std::string& text);
+    void Print(std::ostream& stream, const std::string& text);
     void NoteWriteError();
     void Claim(const std::string& name);
     std::string Format(double value) const;
@@ -73,6 +76,7 @@ private:
     Evaluator Eval;
     std::ostream& Out;
     std::ostream& Err;
+    std::ostream* Values;  // where the values of expressions go
     bool AsBool;
     int Decimals = -1;  // below 0: the shortest form
     bool Failed = false;

@@ -22,7 +22,8 @@ namespace {
 const char* const kUsage =
     "Usage: kalvos [OPTIONS] [EXPR...]\n"
     "Evaluate each EXPR and print one result a line. Without EXPR, read the lines of\n"
-    "standard input; on a terminal, start an interactive session.\n\n";
+    "standard input; on a terminal, start an interactive session (with --vars, only print\n"
+    "the variables).\n\n";
 
 const char* const kOptionHelp =
     "\nOptions:\n"
@@ -32,7 +33,8 @@ const char* const kOptionHelp =
     "  -f FILE           run the lines of FILE; - is standard input\n"
     "  --seed N          seed the random generator, so that rand() repeats\n"
     "  --precision N     print numbers with N digits after the point\n"
-    "  --vars            at the end, print every variable as a line kalvos reads back\n"
+    "  --vars            at the end, print every variable as a line kalvos reads back;\n"
+    "                    the values of expressions then go to standard error\n"
     "  --functions       list the built-in functions and exit\n"
     "  -h, --help        print this help and exit\n"
     "  -V, --version     print the version and exit\n"
@@ -253,6 +255,8 @@ int Run(const Options& options) {
         session.SeedRandomly();
     }
     session.SetDecimals(options.Decimals);
+    // The output is then a set-up that reads back to the same variables, and nothing else.
+    if (options.Vars) session.PrintValuesToErrors();
     for (const Setup& setup : options.Setups) {
         RunSetup(session, setup);
     }
@@ -260,11 +264,13 @@ int Run(const Options& options) {
         session.RunLine(options.Exprs[i], " (argument " + std::to_string(i + 1) + ")");
     }
     int readError = 0;
-    const bool readsInput = options.Exprs.empty() && !options.Vars && !options.StdinTaken;
-    const bool interactive = readsInput && isatty(STDIN_FILENO);
+    // --vars on a terminal prints the variables at once rather than wait at a prompt.
+    const bool readsInput = options.Exprs.empty() && !options.StdinTaken;
+    const bool terminal = readsInput && isatty(STDIN_FILENO);
+    const bool interactive = terminal && !options.Vars;
     if (interactive) {
         readError = cli::RunInteractive(session);
-    } else if (readsInput) {
+    } else if (readsInput && !terminal) {
         session.RunSetup(std::cin, "");
         if (std::cin.bad()) readError = errno != 0 ? errno : EIO;
     }
