@@ -10,6 +10,8 @@
 #include "support/Functions.h"
 #include "support/JObject.h"
 #include "support/KalvosVars.h"
+#include "tools/Diagnosis.h"
+#include "tools/MessageFields.h"
 #include "tools/Printing.h"
 
 namespace cli {
@@ -48,15 +50,23 @@ bool IsName(std::string_view text) {
 // Thrown from a callback when the output fails, so that no more lines are read.
 struct StopReading {};
 
-// The parameters as the descriptions name them: x alone, a, b, c for several.
-std::string Parameters(unsigned int count, bool more) {
-    if (count == 1 && !more) return "x";
-    std::string text;
-    for (unsigned int i = 0; i < count; ++i) {
-        if (i > 0) text += ", ";
-        text += static_cast<char>('a' + i);
+// Where a line stands, from the error text of its messages: " (setup.kalvos line 13)" gives
+// "setup.kalvos line 13".
+std::string_view WhereOf(std::string_view errortext) {
+    if (errortext.size() < 3 || errortext.substr(0, 2) != " (" || errortext.back() != ')') {
+        return {};
     }
-    return more ? text + ", ..." : text;
+    return errortext.substr(2, errortext.size() - 3);
+}
+
+// "line 13" when both lines stand in the same source, else where the failed line stands.
+std::string Relative(std::string_view failed, std::string_view here) {
+    constexpr std::string_view kLine = "line ";
+    const std::size_t mark = failed.rfind(kLine);
+    const bool sameSource =
+        mark != std::string_view::npos &&
+        here.substr(0, mark + kLine.size()) == failed.substr(0, mark + kLine.size());
+    return std::string(sameSource ? failed.substr(mark) : failed);
 }
 
 }  // namespace
@@ -117,7 +127,10 @@ void Session::Guarded(Read read) {
 
 void Session::TakeResult(const Kalvos::SetupResult& result) {
     using Kind = Kalvos::SetupLineKind;
-    if (!result.Name.empty()) Claim(result.Name);
+    if (!result.Name.empty()) {
+        Undefined.erase(result.Name);
+        Claim(result.Name);
+    }
     if (result.Kind == Kind::Text) Print(*Values, result.Str);
     if (result.Kind == Kind::Expression) {
         Print(*Values, AsBool ? (result.Num != 0 ? "true" : "false") : Format(result.Num));
@@ -126,7 +139,27 @@ void Session::TakeResult(const Kalvos::SetupResult& result) {
     if (WriteError != 0) throw StopReading();
 }
 
-void Session::TakeFailure(const Kalvos::SetupFailure& failure) { Fail(failure.Message); }
+// A failure that only follows from an earlier one names that one instead of its own message.
+void Session::TakeFailure(const Kalvos::SetupFailure& failure) {
+    MessageFields fields;
+    const bool known = ReadMessage(failure.Method, failure.Message, failure.ErrorText, fields);
+    const std::string_view here = WhereOf(failure.ErrorText);
+    const auto undefined =
+        known ? Undefined.find(std::string(MissingName(fields))) : Undefined.end();
+    if (undefined != Undefined.end()) {
+        Fail(undefined->first + " was not defined: " + Relative(undefined->second, here) +
+             " failed" + failure.ErrorText);
+    } else {
+        Fail(failure.Message);
+        if (known) {
+            for (const std::string& line : cli::Explain(failure.Text, fields, Eval.GetVars())) {
+                Err << "  " << line << '\n';
+            }
+            Err << std::flush;
+        }
+    }
+    if (!failure.Target.empty() && !here.empty()) Undefined[failure.Target] = here;
+}
 
 void Session::RunLine(std::string_view text, const std::string& origin) {
     Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetupLine(text, origin, options); });
@@ -146,6 +179,7 @@ void Session::DefineText(std::string_view target, const std::string& text,
         const std::string name = Eval.GetSetupTargetName(target, origin);
         Claim(name);
         Eval.GetVars().SetVarStr(name, text);
+        Undefined.erase(name);
     } catch (const JException& e) {
         Fail(e.GetText());
     }
@@ -209,8 +243,7 @@ void Session::ListFunctions(std::ostream& out) {
             description += " (" + std::to_string(info.MinParams) + " to " +
                            std::to_string(info.MaxParams) + " parameters)";
         }
-        rows.emplace_back(std::string(info.Name) + "(" + Parameters(info.MinParams, more) + ")",
-                          description);
+        rows.emplace_back(CallForm(info), description);
         width = std::max(width, rows.back().first.size());
     }
     for (const auto& [call, description] : rows) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,6 +83,9 @@ private:
     bool Failed = false;
     int WriteError = 0;
     bool Answers = false;
+    // The variables whose lines failed, with where each line stands ("line 13"), so that a
+    // line failing only for want of one says so instead of raising a fresh error.
+    std::map<std::string, std::string> Undefined;
 };
 
 }  // namespace cli
