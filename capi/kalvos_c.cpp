@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "evaluator/Kalvos.h"
 #include "support/KalvosVars.h"
@@ -13,7 +14,8 @@ struct kalvos {
     Kalvos Eval;
     std::string Message;
     std::string Method;
-    std::string Result;  // the text kalvos_compute_str hands out
+    std::string Result;                          // the text kalvos_compute_str hands out
+    std::vector<Kalvos::SetupFailure> Failures;  // of the last kalvos_run_setup_all
 };
 
 struct kalvos_compiled {
@@ -195,4 +197,55 @@ void kalvos_compiled_destroy(kalvos_compiled* handle) { delete handle; }
 
 int kalvos_set_cache_limits(kalvos* k, size_t entries, size_t bytes) {
     return Guard(k, __func__, [&] { k->Eval.SetCacheLimits(entries, bytes); });
+}
+
+namespace {
+
+// A set-up's values, handed to the host's callback as C can take them.
+Kalvos::SetupOptions SetupOptions(bool keepGoing, kalvos_setup_callback onValue, void* context) {
+    Kalvos::SetupOptions options;
+    options.KeepGoing = keepGoing;
+    if (onValue == nullptr) return options;
+    options.OnResult = [onValue, context](const Kalvos::SetupResult& result) {
+        if (result.Kind == Kalvos::SetupLineKind::Expression) {
+            onValue(context, result.Line, 0, result.Num, "");
+        } else if (result.Kind == Kalvos::SetupLineKind::Text) {
+            onValue(context, result.Line, 1, 0.0, result.Str.c_str());
+        }
+    };
+    return options;
+}
+
+}  // namespace
+
+int kalvos_run_setup(kalvos* k, const char* text, const char* source,
+                     kalvos_setup_callback on_value, void* context) {
+    return Guard(k, __func__, [&] {
+        Require(text);
+        k->Failures.clear();
+        k->Eval.RunSetup(text, Text(source), SetupOptions(false, on_value, context));
+    });
+}
+
+// The status and the message are those of the first failing line, as if it had raised.
+int kalvos_run_setup_all(kalvos* k, const char* text, const char* source,
+                         kalvos_setup_callback on_value, void* context, size_t* failures) {
+    if (failures != nullptr) *failures = 0;
+    const int status = Guard(k, __func__, [&] {
+        Require(text);
+        k->Failures.clear();
+        k->Failures = k->Eval.RunSetup(text, Text(source), SetupOptions(true, on_value, context));
+        if (failures != nullptr) *failures = k->Failures.size();
+    });
+    if (status != KALVOS_OK || k->Failures.empty()) return status;
+    const Kalvos::SetupFailure& first = k->Failures.front();
+    return Fail(k, KALVOS_FAILED, first.Message.c_str(), first.Method.c_str());
+}
+
+int kalvos_setup_failure(const kalvos* k, size_t index, unsigned long* line, const char** message) {
+    if (k == nullptr || line == nullptr || message == nullptr) return KALVOS_NULL_ARGUMENT;
+    if (index >= k->Failures.size()) return KALVOS_FAILED;
+    *line = k->Failures[index].Line;
+    *message = k->Failures[index].Message.c_str();
+    return KALVOS_OK;
 }

@@ -89,6 +89,31 @@ KALVOS_EXPORT void kalvos_compiled_destroy(kalvos_compiled* handle);
 /** The cache of compiled texts: entries and bytes at most; 0 entries turns it off. */
 KALVOS_EXPORT int kalvos_set_cache_limits(kalvos* k, size_t entries, size_t bytes);
 
+/* Set-up files: the lines NAME = EXPR, NAME = $TEXT, EXPR, $TEXT, // comments and blank lines,
+ * applied to the store in order (x[i + 1] = EXPR stores the variable x[i + 1] reads; a UTF-8
+ * byte-order mark and CR LF endings are allowed). The message of a failing line ends in
+ * " (SOURCE line N)", or " (line N)" when source is NULL or "". */
+
+/** Receives the value of an expression line (is_text 0, number) or the text of a "$" line
+ * (is_text 1, text, valid during the call only). */
+typedef void (*kalvos_setup_callback)(void* context, unsigned long line, int is_text, double number,
+                                      const char* text);
+/** Applies a set-up; stops at the first failing line with KALVOS_FAILED and its message.
+ * on_value may be NULL. */
+KALVOS_EXPORT int kalvos_run_setup(kalvos* k, const char* text, const char* source,
+                                   kalvos_setup_callback on_value, void* context);
+/** The same, but every line is read: *failures (when not NULL) receives how many lines failed,
+ * each readable with kalvos_setup_failure. KALVOS_FAILED when any did, with the first one's
+ * message and method. */
+KALVOS_EXPORT int kalvos_run_setup_all(kalvos* k, const char* text, const char* source,
+                                       kalvos_setup_callback on_value, void* context,
+                                       size_t* failures);
+/** Failure `index` of the last kalvos_run_setup_all: its line number and message, owned by the
+ * object as a returned text is. KALVOS_FAILED for an index past the last; the object's message
+ * is not changed. */
+KALVOS_EXPORT int kalvos_setup_failure(const kalvos* k, size_t index, unsigned long* line,
+                                       const char** message);
+
 #ifdef __cplusplus
 }
 #endif

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -186,6 +187,82 @@ public:
     const std::string& GetExprText() const;
     /// The error text of that call.
     const std::string& GetErrorText() const;
+
+    // ---- Set-up files (Setup.cpp) ----------------------------------------------------------
+    // A set-up is a text of lines, applied to the store one at a time, in order:
+    //   blank, or // comment        nothing
+    //   EXPR                        evaluated as a check; its value goes to OnResult
+    //   $TEXT                       expanded as a check; the text goes to OnResult
+    //   NAME = EXPR                 stores the value in the numeric variable NAME
+    //   NAME = $TEXT                stores the expansion in the text variable NAME
+    // NAME may carry indices, x[i + 1] = EXPR storing the variable x[i + 1] reads. "//" starts
+    // a comment on every line but a "$" text, which runs to the end of its line. A UTF-8
+    // byte-order mark before the first line is skipped, and lines may end in CR LF.
+
+    /// The kinds of line of a set-up.
+    enum class SetupLineKind {
+        Blank,
+        Comment,
+        Expression,
+        Text,
+        Assignment,
+        TextAssignment,
+        BadTarget
+    };
+    /// A line taken apart; the views point into the line given.
+    struct SetupLine {
+        SetupLineKind Kind = SetupLineKind::Blank;
+        /// Left of the "=" of an assignment, without its outer blanks; empty otherwise.
+        std::string_view Target;
+        /// What is evaluated: the expression without its comment and outer blanks, or the
+        /// text from its "$" to the end of the line.
+        std::string_view Body;
+    };
+    /// What a line that did something gave.
+    struct SetupResult {
+        unsigned long Line = 0;  // from 1; 0 for RunSetupLine
+        SetupLineKind Kind = SetupLineKind::Blank;
+        std::string Name;  // the variable an assignment stored
+        double Num = 0.0;  // the value of an expression or a numeric assignment
+        std::string Str;   // the text of a "$" line or a text assignment
+    };
+    /// A line that failed, as keep-going mode collects it.
+    struct SetupFailure {
+        unsigned long Line = 0;
+        std::string Text;       // the line as written, without a line ending or byte-order mark
+        std::string Target;     // the variable it was to store, when its name was known
+        std::string ErrorText;  // " (SOURCE line N)", appended to the message
+        std::string Method;     // of the JException
+        std::string Message;    // of the JException, the error text included
+    };
+    struct SetupOptions {
+        /// Every line is read: a failing line is collected (and handed to OnFailure) instead of
+        /// raised.
+        bool KeepGoing = false;
+        /// Expression lines are conditions (ComputeExprBool); their value is 1 or 0.
+        bool Conditions = false;
+        std::function<void(const SetupResult&)> OnResult;
+        std::function<void(const SetupFailure&)> OnFailure;
+    };
+
+    /// Applies a set-up. A failing line raises its JException, whose error text names the
+    /// source and the line: " (SOURCE line N)", or " (line N)" without a source.
+    void RunSetup(const std::string& text, const std::string& source = "");
+    void RunSetup(std::istream& in, const std::string& source = "");
+    /// The same with options; returns the failing lines in keep-going mode. An exception that
+    /// a callback throws ends the reading and reaches the caller.
+    std::vector<SetupFailure> RunSetup(const std::string& text, const std::string& source,
+                                       const SetupOptions& options);
+    std::vector<SetupFailure> RunSetup(std::istream& in, const std::string& source,
+                                       const SetupOptions& options);
+    /// One line, its messages ending in `errortext`; Line is 0 in what it reports.
+    std::vector<SetupFailure> RunSetupLine(std::string_view line, const std::string& errortext,
+                                           const SetupOptions& options);
+    /// How RunSetup reads a line; evaluates nothing.
+    static SetupLine ReadSetupLine(std::string_view line);
+    /// The variable a target such as x[i + 1] designates, its indices evaluated. Raises what
+    /// a set-up line with that target raises, `errortext` appended.
+    std::string GetSetupTargetName(std::string_view target, const std::string& errortext = "");
 
 protected:
     enum TpOper : std::uint32_t {
@@ -471,6 +548,8 @@ public:
     };
 
 private:
+    class SetupReader;  // Setup.cpp
+
     enum class Mode { Entry, Expr, Func };
     enum class Wait : std::uint8_t { None, Group, Index, Param };
 

@@ -7,6 +7,7 @@
 // The GIL is held during evaluation: a call takes nanoseconds to microseconds, and an
 // evaluator serves one thread at a time anyway, so releasing it would cost more than it gives.
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include <string>
 #include <vector>
@@ -82,6 +83,22 @@ private:
     Kalvos& Owner;
 };
 
+// A set-up's values for the host's callback: a float for an expression line, a str for a "$"
+// line. An exception the callback raises ends the reading and reaches the caller.
+Kalvos::SetupOptions SetupOptions(bool keepGoing, const py::object& onValue) {
+    Kalvos::SetupOptions options;
+    options.KeepGoing = keepGoing;
+    if (onValue.is_none()) return options;
+    options.OnResult = [onValue](const Kalvos::SetupResult& result) {
+        if (result.Kind == Kalvos::SetupLineKind::Expression) {
+            onValue(result.Line, result.Num);
+        } else if (result.Kind == Kalvos::SetupLineKind::Text) {
+            onValue(result.Line, ToPy(result.Str));
+        }
+    };
+    return options;
+}
+
 // A compiled expression, bound to the evaluator that made it.
 struct Compiled {
     Kalvos* Owner;
@@ -152,6 +169,27 @@ PYBIND11_MODULE(kalvos, m) {
             "error_text", [](const Compiled& c) { return ToPy(c.Expr.GetErrorText()); },
             "The error text given to compile.");
 
+    py::class_<Kalvos::SetupFailure>(
+        m, "SetupFailure",
+        "A line of a set-up that failed, as run_setup(keep_going=True) "
+        "collects it.")
+        .def_readonly("line", &Kalvos::SetupFailure::Line, "Its number, from 1.")
+        .def_property_readonly(
+            "text", [](const Kalvos::SetupFailure& f) { return ToPy(f.Text); },
+            "The line as written.")
+        .def_property_readonly(
+            "target", [](const Kalvos::SetupFailure& f) { return ToPy(f.Target); },
+            "The variable it was to store, or '' when that is not known.")
+        .def_property_readonly(
+            "method", [](const Kalvos::SetupFailure& f) { return ToPy(f.Method); },
+            "The step that raised, as kalvos.Error.method.")
+        .def_property_readonly(
+            "message", [](const Kalvos::SetupFailure& f) { return ToPy(f.Message); },
+            "The message, ending in ' (SOURCE line N)'.")
+        .def("__repr__", [](const Kalvos::SetupFailure& f) {
+            return py::str("SetupFailure(line={}, message={!r})").format(f.Line, ToPy(f.Message));
+        });
+
     py::class_<Kalvos>(m, "Kalvos",
                        "An evaluator with its own variable store. One object serves one "
                        "thread at a time; the GIL is held while it evaluates.")
@@ -189,6 +227,19 @@ PYBIND11_MODULE(kalvos, m) {
             },
             py::arg("expr"), py::arg("errortext") = "", py::keep_alive<0, 1>(),
             "A callable that computes the expression; a faulty text raises when called.")
+        .def(
+            "run_setup",
+            [](Kalvos& k, const py::str& text, const py::str& source, bool keepGoing,
+               const py::object& onValue) {
+                return k.RunSetup(FromPy(text), FromPy(source), SetupOptions(keepGoing, onValue));
+            },
+            py::arg("text"), py::arg("source") = "", py::arg("keep_going") = false,
+            py::arg("on_value") = py::none(),
+            "Applies a set-up: lines NAME = EXPR, NAME = $TEXT, EXPR, $TEXT and // comments, in "
+            "order. on_value(line, value) receives the value of each expression line (float) "
+            "and \"$\" line (str). A failing line raises kalvos.Error, its message ending in "
+            "' (SOURCE line N)'; with keep_going every line is read and the failures are "
+            "returned.")
         .def("reset", &Kalvos::Reset,
              "Back to the fresh state: empty store, reseeded generator; compiled expressions "
              "stop working.")

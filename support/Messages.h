@@ -11,7 +11,7 @@
 
 /// Every message the library raises: its module, the raising method and the template. The
 /// evaluator's come first, in the order of its message index; then the limits of its own,
-/// the compiled handle's and the variable store's.
+/// the compiled handle's, the variable store's and the set-up reader's.
 enum class MessageId : std::uint8_t {
     ExpressionEmpty,
     ParenthesesWrong,
@@ -59,6 +59,7 @@ enum class MessageId : std::uint8_t {
     HostBadCounts,
     HostNoComputation,
     BulkStoreChanged,
+    SetupBadTarget,
     Count
 };
 
@@ -125,6 +126,9 @@ inline constexpr MessageTemplate kMessages[] = {
     {"Kalvos", "DefineFunction", "The function '%s' has no computation."},
     {"Kalvos", "ComputeCompiled",
      "Bulk evaluation of [%s]: A host function added or removed variables."},
+    {"Kalvos", "RunSetup",
+     "cannot assign to '%s': a variable is a letter or '_', then letters, digits or '_', then "
+     "any number of [INDEX]"},
 };
 static_assert(std::size(kMessages) == static_cast<std::size_t>(MessageId::Count),
               "one template for each MessageId");

@@ -14,8 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/LineRules.h"
-
 #ifdef KALVOS_HAVE_LIBEDIT
 #include <editline/readline.h>
 #endif
@@ -39,6 +37,13 @@ const char* const kCommandHelp =
 namespace {
 
 constexpr const char* kPrompt = "kalvos> ";
+
+// A command stands alone on its line, blanks around it allowed.
+std::string_view Trimmed(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(" \t\r");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
+}
 
 enum class Read { Line, End, Interrupted, Failed };
 
@@ -164,7 +169,7 @@ private:
     // The whole history is written after each line, so that a session that is killed keeps
     // it; the file never holds more than kHistoryLines.
     void Remember(const std::string& line) {
-        if (TrimBlanks(line).empty()) return;
+        if (Trimmed(line).empty()) return;
         add_history(line.c_str());
         if (History.empty() || !Saving) return;
         std::error_code error;
@@ -242,7 +247,7 @@ const Command* FindCommand(const Session& session, std::string_view text) {
 
 // Runs one line typed at the prompt; false when it ends the session.
 bool RunEntry(Session& session, const std::string& line) {
-    const std::string_view trimmed = TrimBlanks(line);
+    const std::string_view trimmed = Trimmed(line);
     if (const Command* command = FindCommand(session, trimmed)) return command->Run(session);
     if (!trimmed.empty() && trimmed[0] == ':') {
         session.Report("unknown command '" + std::string(trimmed) + "'; :help lists the commands");

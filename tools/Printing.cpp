@@ -97,6 +97,17 @@ std::size_t CharacterStart(std::string_view text, std::size_t at) {
     return at;
 }
 
+// The parameters as the descriptions name them: x alone, a, b, c for several.
+std::string Parameters(unsigned int count, bool more) {
+    if (count == 1 && !more) return "x";
+    std::string text;
+    for (unsigned int i = 0; i < count; ++i) {
+        if (i > 0) text += ", ";
+        text += static_cast<char>('a' + i);
+    }
+    return more ? text + ", ..." : text;
+}
+
 }  // namespace
 
 std::string FormatNumber(double value) {
@@ -142,6 +153,11 @@ std::string Printable(std::string_view text) {
            " bytes left out ...] ";
     AppendEscaped(out, text.substr(tailStart));
     return out;
+}
+
+std::string CallForm(const Kalvos::FunctionInfo& info) {
+    const bool more = info.MaxParams > info.MinParams;
+    return std::string(info.Name) + "(" + Parameters(info.MinParams, more) + ")";
 }
 
 }  // namespace cli

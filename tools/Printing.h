@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "evaluator/Kalvos.h"
+
 namespace cli {
 
 /// The shortest digits that read back to the same double, laid out as Python's repr does:
@@ -18,6 +20,9 @@ std::string FormatFixed(double value, int decimals);
 /// are not UTF-8 become \xHH, and a text longer than kMaxEchoLength keeps its start and its
 /// end around a marker that says how much was left out.
 std::string Printable(std::string_view text);
+
+/// A built-in function as it is called: pi(), sqrt(x), atan2(a, b), max(a, b, ...).
+std::string CallForm(const Kalvos::FunctionInfo& info);
 
 /// Far more than a message about one line needs, small enough to read on a screen.
 constexpr std::size_t kMaxEchoLength = 300;

@@ -10,6 +10,8 @@
 #include "support/Functions.h"
 #include "support/JObject.h"
 #include "support/KalvosVars.h"
+#include "tools/Diagnosis.h"
+#include "tools/MessageFields.h"
 #include "tools/Printing.h"
 
 namespace cli {
@@ -39,48 +41,38 @@ std::string ReadableNumber(double value) {
     return FormatNumber(value);
 }
 
-// The parameters as the descriptions name them: x alone, a, b, c for several.
-std::string Parameters(unsigned int count, bool more) {
-    if (count == 1 && !more) return "x";
-    std::string text;
-    for (unsigned int i = 0; i < count; ++i) {
-        if (i > 0) text += ", ";
-        text += static_cast<char>('a' + i);
+// A name that an expression can spell, so that completing it gives something to type.
+bool IsName(std::string_view text) {
+    return !text.empty() && KalvosVars::FirstCharValid(text[0]) &&
+           std::all_of(text.begin() + 1, text.end(), KalvosVars::CharValid);
+}
+
+// Thrown from a callback when the output fails, so that no more lines are read.
+struct StopReading {};
+
+// Where a line stands, from the error text of its messages: " (setup.kalvos line 13)" gives
+// "setup.kalvos line 13".
+std::string_view WhereOf(std::string_view errortext) {
+    if (errortext.size() < 3 || errortext.substr(0, 2) != " (" || errortext.back() != ')') {
+        return {};
     }
-    return more ? text + ", ..." : text;
+    return errortext.substr(2, errortext.size() - 3);
+}
+
+// "line 13" when both lines stand in the same source, else where the failed line stands.
+std::string Relative(std::string_view failed, std::string_view here) {
+    constexpr std::string_view kLine = "line ";
+    const std::size_t mark = failed.rfind(kLine);
+    const bool sameSource =
+        mark != std::string_view::npos &&
+        here.substr(0, mark + kLine.size()) == failed.substr(0, mark + kLine.size());
+    return std::string(sameSource ? failed.substr(mark) : failed);
 }
 
 }  // namespace
 
-std::string Evaluator::TargetName(const Target& target, std::string_view text,
-                                  const std::string& origin) {
-    // A failing index names the origin, as the error text of the calls that fail.
-    ErrorText = origin;
-    std::string name(target.Name);
-    for (const std::string_view index : target.Indices) {
-        const std::string indexText = fun::StrWithoutChar(std::string(index), ' ');
-        const int number = TruncToInt(ComputExpr(indexText));
-        if (number < 0) {
-            Raise<MessageId::NegativeIndex>(__LINE__, origin,
-                                            fun::StrWithoutChar(std::string(text), ' '), indexText);
-        }
-        name += std::to_string(number);
-    }
-    return name;
-}
-
 Session::Session(std::ostream& out, std::ostream& err, bool asBool)
-    : Out(out), Err(err), AsBool(asBool) {}
-
-// A failure is reported and counted; the run goes on with the next line.
-template <typename Compute>
-void Session::Guard(Compute compute) {
-    try {
-        compute();
-    } catch (const JException& e) {
-        Fail(e.GetText());
-    }
-}
+    : Out(out), Err(err), Values(&out), AsBool(asBool) {}
 
 void Session::Report(const std::string& message) {
     Out.flush();
@@ -92,9 +84,9 @@ void Session::Fail(const std::string& message) {
     Failed = true;
 }
 
-void Session::Print(const std::string& text) {
+void Session::Print(std::ostream& stream, const std::string& text) {
     errno = 0;
-    Out << text << '\n';
+    stream << text << '\n';
     NoteWriteError();
 }
 
@@ -113,69 +105,84 @@ std::string Session::Format(double value) const {
     return Decimals < 0 ? FormatNumber(value) : FormatFixed(value, Decimals);
 }
 
-std::string Session::Resolve(std::string_view targetText, const std::string& origin) {
-    Target target;
-    ReadTarget(targetText, target);
-    if (target.Indices.empty()) return std::string(target.Name);
-    return Eval.TargetName(target, targetText, origin);
+// Every line goes on after a failure, which is reported as it comes.
+Kalvos::SetupOptions Session::Options() {
+    Kalvos::SetupOptions options;
+    options.KeepGoing = true;
+    options.Conditions = AsBool;
+    options.OnResult = [this](const Kalvos::SetupResult& result) { TakeResult(result); };
+    options.OnFailure = [this](const Kalvos::SetupFailure& failure) { TakeFailure(failure); };
+    return options;
+}
+
+// Nothing more is read once the output has failed.
+template <typename Read>
+void Session::Guarded(Read read) {
+    if (WriteError != 0) return;
+    try {
+        read(Options());
+    } catch (const StopReading&) {
+    }
+}
+
+void Session::TakeResult(const Kalvos::SetupResult& result) {
+    using Kind = Kalvos::SetupLineKind;
+    if (!result.Name.empty()) {
+        Undefined.erase(result.Name);
+        Claim(result.Name);
+    }
+    if (result.Kind == Kind::Text) Print(*Values, result.Str);
+    if (result.Kind == Kind::Expression) {
+        Print(*Values, AsBool ? (result.Num != 0 ? "true" : "false") : Format(result.Num));
+        if (Answers) Eval.GetVars().SetVarNum("ans", result.Num);
+    }
+    if (WriteError != 0) throw StopReading();
+}
+
+// A failure that only follows from an earlier one names that one instead of its own message.
+void Session::TakeFailure(const Kalvos::SetupFailure& failure) {
+    MessageFields fields;
+    const bool known = ReadMessage(failure.Method, failure.Message, failure.ErrorText, fields);
+    const std::string_view here = WhereOf(failure.ErrorText);
+    const auto undefined =
+        known ? Undefined.find(std::string(MissingName(fields))) : Undefined.end();
+    if (undefined != Undefined.end()) {
+        Fail(undefined->first + " was not defined: " + Relative(undefined->second, here) +
+             " failed" + failure.ErrorText);
+    } else {
+        Fail(failure.Message);
+        if (known) {
+            for (const std::string& line : cli::Explain(failure.Text, fields, Eval.GetVars())) {
+                Err << "  " << line << '\n';
+            }
+            Err << std::flush;
+        }
+    }
+    if (!failure.Target.empty() && !here.empty()) Undefined[failure.Target] = here;
 }
 
 void Session::RunLine(std::string_view text, const std::string& origin) {
-    const Line line = ClassifyLine(text);
-    switch (line.Kind) {
-        case LineKind::Blank:
-        case LineKind::Comment:
-            return;
-        case LineKind::BadTarget:
-            Fail("cannot assign to '" + std::string(line.Target) +
-                 "': a variable is a letter or '_', then letters, digits or '_', then any "
-                 "number of [INDEX]" +
-                 origin);
-            return;
-        case LineKind::Assignment:
-            Guard([&] {
-                const std::string name = Resolve(line.Target, origin);
-                StoreNumber(name, Eval.ComputeExpr(std::string(line.Body), origin));
-            });
-            return;
-        case LineKind::TextAssignment:
-            Guard([&] {
-                const std::string name = Resolve(line.Target, origin);
-                StoreText(name, Eval.ComputeExprStr(std::string(line.Body), origin));
-            });
-            return;
-        case LineKind::Text:
-            Guard([&] { Print(Eval.ComputeExprStr(std::string(line.Body), origin)); });
-            return;
-        case LineKind::Expression:
-            Guard([&] {
-                const std::string expr(line.Body);
-                double value = 0;
-                if (AsBool) {
-                    value = Eval.ComputeExprBool(expr, origin) ? 1 : 0;
-                    Print(value != 0 ? "true" : "false");
-                } else {
-                    value = Eval.ComputeExpr(expr, origin);
-                    Print(Format(value));
-                }
-                if (Answers) Eval.GetVars().SetVarNum("ans", value);
-            });
-            return;
-    }
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetupLine(text, origin, options); });
 }
 
-void Session::RunStream(std::istream& in, const std::string& where) {
-    std::string text;
-    for (unsigned long number = 1; WriteError == 0 && std::getline(in, text); ++number) {
-        const std::string_view line =
-            number == 1 ? SkipByteOrderMark(text) : std::string_view(text);
-        RunLine(line, " (" + where + "line " + std::to_string(number) + ")");
-    }
+void Session::RunSetup(const std::string& text, const std::string& source) {
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetup(text, source, options); });
+}
+
+void Session::RunSetup(std::istream& in, const std::string& source) {
+    Guarded([&](const Kalvos::SetupOptions& options) { Eval.RunSetup(in, source, options); });
 }
 
 void Session::DefineText(std::string_view target, const std::string& text,
                          const std::string& origin) {
-    Guard([&] { StoreText(Resolve(target, origin), text); });
+    try {
+        const std::string name = Eval.GetSetupTargetName(target, origin);
+        Claim(name);
+        Eval.GetVars().SetVarStr(name, text);
+        Undefined.erase(name);
+    } catch (const JException& e) {
+        Fail(e.GetText());
+    }
 }
 
 void Session::Claim(const std::string& name) {
@@ -183,16 +190,6 @@ void Session::Claim(const std::string& name) {
         Answers = false;
         Report("'ans' now holds your own value; results are no longer stored in it");
     }
-}
-
-void Session::StoreNumber(const std::string& name, double value) {
-    Claim(name);
-    Eval.GetVars().SetVarNum(name, value);
-}
-
-void Session::StoreText(const std::string& name, const std::string& text) {
-    Claim(name);
-    Eval.GetVars().SetVarStr(name, text);
 }
 
 void Session::SeedRandomly() {
@@ -221,14 +218,15 @@ std::size_t Session::ListVars() {
     for (unsigned int idx = 0; idx < vars.GetCount(); ++idx) {
         const std::string& name = vars.GetVarName(idx);
         if (vars.VarIsNum(idx)) {
-            Print(name + " = " + ReadableNumber(vars.GetVarNum(idx, "")));
+            Print(Out, name + " = " + ReadableNumber(vars.GetVarNum(idx, "")));
             continue;
         }
         const std::string text = vars.GetVarStr(idx, "");
         if (HoldsMarker(text) || text.find_first_of("\r\n") != std::string::npos) {
-            Print("// " + name + " holds a line break or a [marker], which a line cannot store");
+            Print(Out,
+                  "// " + name + " holds a line break or a [marker], which a line cannot store");
         } else {
-            Print(name + " = $" + text);
+            Print(Out, name + " = $" + text);
         }
     }
     return vars.GetCount();
@@ -245,8 +243,7 @@ void Session::ListFunctions(std::ostream& out) {
             description += " (" + std::to_string(info.MinParams) + " to " +
                            std::to_string(info.MaxParams) + " parameters)";
         }
-        rows.emplace_back(std::string(info.Name) + "(" + Parameters(info.MinParams, more) + ")",
-                          description);
+        rows.emplace_back(CallForm(info), description);
         width = std::max(width, rows.back().first.size());
     }
     for (const auto& [call, description] : rows) {

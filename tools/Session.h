@@ -2,23 +2,19 @@
 #pragma once
 
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "evaluator/Kalvos.h"
-#include "tools/LineRules.h"
 
 namespace cli {
 
-/// The evaluator with the two things the tool needs beyond the public entry points: the name
-/// an indexed target designates, and seeding without an expression.
+/// The evaluator with what the tool needs beyond the public entry points: seeding without an
+/// expression.
 class Evaluator : public Kalvos {
 public:
-    /// x[i+1] as the expression reader reads it: each index evaluated, truncated toward zero
-    /// and appended in decimal; a negative index raises the reader's own error. `text` is the
-    /// target as written, for messages, and `origin` is appended to them.
-    std::string TargetName(const Target& target, std::string_view text, const std::string& origin);
     void Seed(int seed) const { RandomInit(seed); }
 };
 
@@ -28,11 +24,12 @@ public:
     Session(std::ostream& out, std::ostream& err, bool asBool);
 
     /// Evaluates one line or argument. `origin` is appended to every error message, so that
-    /// it says where the expression came from, e.g. " (line 3)".
+    /// it says where the expression came from, e.g. " (argument 3)".
     void RunLine(std::string_view text, const std::string& origin);
-    /// Runs every line of a stream; `where` prefixes the line number in messages ("FILE ").
-    /// A byte-order mark before the first line is skipped. Stops when output fails.
-    void RunStream(std::istream& in, const std::string& where);
+    /// Runs every line of a set-up, read by the library; `source` names it in messages ("" for
+    /// standard input). Stops when output fails.
+    void RunSetup(const std::string& text, const std::string& source);
+    void RunSetup(std::istream& in, const std::string& source);
     /// Stores the text as it is, without expanding markers; the target may have indices.
     void DefineText(std::string_view target, const std::string& text, const std::string& origin);
     void Seed(int seed) { Eval.Seed(seed); }
@@ -42,6 +39,9 @@ public:
     void SetDecimals(int decimals) { Decimals = decimals; }
     /// From now on each result is also stored in "ans", as long as no one else uses the name.
     void KeepAnswers();
+    /// The values of expressions go to the error stream, so that the output holds nothing
+    /// but what ListVars prints.
+    void PrintValuesToErrors() { Values = &Err; }
 
     /// Every variable as a line that the tool reads back: "x = 1.5", "unit = $m/s". Returns
     /// how many there are.
@@ -64,24 +64,28 @@ public:
     int OutputError() const { return WriteError; }
 
 private:
-    template <typename Compute>
-    void Guard(Compute compute);
-    void Print(const std::string& text);
+    Kalvos::SetupOptions Options();
+    template <typename Read>
+    void Guarded(Read read);
+    void TakeResult(const Kalvos::SetupResult& result);
+    void TakeFailure(const Kalvos::SetupFailure& failure);
+    void Print(std::ostream& stream, const std::string& text);
     void NoteWriteError();
-    void StoreNumber(const std::string& name, double value);
-    void StoreText(const std::string& name, const std::string& text);
     void Claim(const std::string& name);
     std::string Format(double value) const;
-    std::string Resolve(std::string_view targetText, const std::string& origin);
 
     Evaluator Eval;
     std::ostream& Out;
     std::ostream& Err;
+    std::ostream* Values;  // where the values of expressions go
     bool AsBool;
     int Decimals = -1;  // below 0: the shortest form
     bool Failed = false;
     int WriteError = 0;
     bool Answers = false;
+    // The variables whose lines failed, with where each line stands ("line 13"), so that a
+    // line failing only for want of one says so instead of raising a fresh error.
+    std::map<std::string, std::string> Undefined;
 };
 
 }  // namespace cli

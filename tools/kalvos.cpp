@@ -9,13 +9,11 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/Interactive.h"
-#include "tools/LineRules.h"
 #include "tools/Printing.h"
 #include "tools/Session.h"
 
@@ -24,7 +22,8 @@ namespace {
 const char* const kUsage =
     "Usage: kalvos [OPTIONS] [EXPR...]\n"
     "Evaluate each EXPR and print one result a line. Without EXPR, read the lines of\n"
-    "standard input; on a terminal, start an interactive session.\n\n";
+    "standard input; on a terminal, start an interactive session (with --vars, only print\n"
+    "the variables).\n\n";
 
 const char* const kOptionHelp =
     "\nOptions:\n"
@@ -34,7 +33,8 @@ const char* const kOptionHelp =
     "  -f FILE           run the lines of FILE; - is standard input\n"
     "  --seed N          seed the random generator, so that rand() repeats\n"
     "  --precision N     print numbers with N digits after the point\n"
-    "  --vars            at the end, print every variable as a line kalvos reads back\n"
+    "  --vars            at the end, print every variable as a line kalvos reads back;\n"
+    "                    the values of expressions then go to standard error\n"
     "  --functions       list the built-in functions and exit\n"
     "  -h, --help        print this help and exit\n"
     "  -V, --version     print the version and exit\n"
@@ -113,23 +113,26 @@ std::string ReadFile(const std::string& path, Options& options) {
     }
 }
 
+bool IsAssignment(const Kalvos::SetupLine& line) {
+    return line.Kind == Kalvos::SetupLineKind::Assignment ||
+           line.Kind == Kalvos::SetupLineKind::TextAssignment;
+}
+
 Setup LineSetup(const std::string& flag, const std::string& value) {
-    const cli::LineKind kind = cli::ClassifyLine(value).Kind;
-    if (kind != cli::LineKind::Assignment && kind != cli::LineKind::TextAssignment) {
+    if (!IsAssignment(Kalvos::ReadSetupLine(value))) {
         throw UsageError(flag + " expects NAME=EXPR, not '" + value + "'");
     }
     return {Setup::Line, "", value, " (option " + flag + " " + value + ")"};
 }
 
+// The target is read as a line's: x[a==1]=t is x[a==1] and t. TEXT is all that follows its
+// "=", a comment mark included.
 Setup TextSetup(const std::string& flag, const std::string& value) {
-    // The "=" that assigns on a line ends the target: x[a==1]=t is x[a==1] and t.
-    const std::size_t equals = cli::AssignmentSign(value);
-    const std::string_view target = cli::TrimBlanks(std::string_view(value).substr(0, equals));
-    cli::Target parts;
-    if (equals == std::string_view::npos || !cli::ReadTarget(target, parts)) {
-        throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
-    }
-    return {Setup::Text, std::string(target), value.substr(equals + 1),
+    const Kalvos::SetupLine line = Kalvos::ReadSetupLine(value);
+    if (!IsAssignment(line)) throw UsageError(flag + " expects NAME=TEXT, not '" + value + "'");
+    const auto targetEnd =
+        static_cast<std::size_t>(line.Target.data() - value.data()) + line.Target.size();
+    return {Setup::Text, std::string(line.Target), value.substr(value.find('=', targetEnd) + 1),
             " (option " + flag + " " + value + ")"};
 }
 
@@ -237,11 +240,9 @@ void RunSetup(cli::Session& session, const Setup& setup) {
         case Setup::Text:
             session.DefineText(setup.Name, setup.Value, setup.Origin);
             break;
-        case Setup::File: {
-            std::istringstream in(setup.Value);
-            session.RunStream(in, setup.Name == "-" ? "" : setup.Name + " ");
+        case Setup::File:
+            session.RunSetup(setup.Value, setup.Name == "-" ? "" : setup.Name);
             break;
-        }
     }
 }
 
@@ -254,6 +255,8 @@ int Run(const Options& options) {
         session.SeedRandomly();
     }
     session.SetDecimals(options.Decimals);
+    // The output is then a set-up that reads back to the same variables, and nothing else.
+    if (options.Vars) session.PrintValuesToErrors();
     for (const Setup& setup : options.Setups) {
         RunSetup(session, setup);
     }
@@ -261,12 +264,14 @@ int Run(const Options& options) {
         session.RunLine(options.Exprs[i], " (argument " + std::to_string(i + 1) + ")");
     }
     int readError = 0;
-    const bool readsInput = options.Exprs.empty() && !options.Vars && !options.StdinTaken;
-    const bool interactive = readsInput && isatty(STDIN_FILENO);
+    // --vars on a terminal prints the variables at once rather than wait at a prompt.
+    const bool readsInput = options.Exprs.empty() && !options.StdinTaken;
+    const bool terminal = readsInput && isatty(STDIN_FILENO);
+    const bool interactive = terminal && !options.Vars;
     if (interactive) {
         readError = cli::RunInteractive(session);
-    } else if (readsInput) {
-        session.RunStream(std::cin, "");
+    } else if (readsInput && !terminal) {
+        session.RunSetup(std::cin, "");
         if (std::cin.bad()) readError = errno != 0 ? errno : EIO;
     }
     if (options.Vars) session.ListVars();

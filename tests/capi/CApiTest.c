@@ -1,5 +1,5 @@
 /* The C interface, compiled as C99: values, every kind of failure with its exact message
- * and method, NULL pointers, and handles across Reset and across objects. */
+ * and method, NULL pointers, handles across Reset and across objects, and set-ups. */
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -156,6 +156,58 @@ static void test_compiled(kalvos* k) {
     kalvos_compiled_destroy(NULL);
 }
 
+/* Each value of a set-up's expression and "$" lines, appended to a text as "line:value;". */
+static void collect(void* context, unsigned long line, int is_text, double number,
+                    const char* text) {
+    char* seen = (char*)context;
+    char item[64];
+    if (is_text) {
+        snprintf(item, sizeof item, "%lu:%s;", line, text);
+    } else {
+        snprintf(item, sizeof item, "%lu:%g;", line, number);
+    }
+    strncat(seen, item, 255 - strlen(seen));
+}
+
+static void test_setup(kalvos* k) {
+    static const char setup[] =
+        "\xEF\xBB\xBF// flume\r\n"
+        "depth = 0.8  // m\r\n"
+        "x[1 + 1] = depth * 2\n"
+        "case = $run_[depth] // kept\n"
+        "x2\n"
+        "$[case]\n"
+        "bad = 1 / 0\n"
+        "after = 1\n";
+    char seen[256] = "";
+    double value = 0;
+    size_t count = 99;
+    unsigned long line = 0;
+    const char* message = NULL;
+    expect(__LINE__, k, kalvos_run_setup(k, setup, "flume.cfg", collect, seen), KALVOS_FAILED,
+           "ComputExpr", "Evaluating [1/0]: Division by zero. (flume.cfg line 7)");
+    CHECK(strcmp(seen, "5:1.6;6:run_0.8 // kept;") == 0);
+    EXPECT_OK(k, kalvos_get_num(k, "x2", &value));
+    CHECK(value == 1.6);
+    expect(__LINE__, k, kalvos_get_num(k, "after", &value), KALVOS_FAILED, "GetVarNum",
+           "The variable 'after' does not exist.");
+
+    /* Keep going: every line is read, each failure kept. */
+    expect(__LINE__, k, kalvos_run_setup_all(k, "a = 1/0\nb = 2\nc = q\n", NULL, NULL, NULL,
+                                             &count),
+           KALVOS_FAILED, "ComputExpr", "Evaluating [1/0]: Division by zero. (line 1)");
+    CHECK(count == 2);
+    CHECK(kalvos_setup_failure(k, 1, &line, &message) == KALVOS_OK);
+    CHECK(line == 3 && strcmp(message, "Evaluating [q]: The variable 'q' does not exist. (line 3)") == 0);
+    CHECK(kalvos_setup_failure(k, 2, &line, &message) == KALVOS_FAILED);
+    CHECK(strcmp(kalvos_message(k), "Evaluating [1/0]: Division by zero. (line 1)") == 0);
+    EXPECT_OK(k, kalvos_get_num(k, "b", &value));
+    EXPECT_OK(k, kalvos_run_setup_all(k, "b = 3", "", NULL, NULL, &count));
+    CHECK(count == 0 && kalvos_setup_failure(k, 0, &line, &message) == KALVOS_FAILED);
+    expect(__LINE__, k, kalvos_run_setup(k, NULL, NULL, NULL, NULL), KALVOS_NULL_ARGUMENT,
+           "kalvos_run_setup", "A required pointer argument is NULL.");
+}
+
 static void test_null(kalvos* k) {
     const char* nullMessage = "A required pointer argument is NULL.";
     double value = 0;
@@ -195,6 +247,7 @@ int main(void) {
     test_compute(k);
     test_store(k);
     test_compiled(k);
+    test_setup(k);
     test_null(k);
     kalvos_destroy(k);
     if (failures != 0) fprintf(stderr, "%d failures\n", failures);

@@ -1,5 +1,5 @@
 """The Python module: the mapping of variables, the entry points, compiled expressions,
-failures, and the same values and messages as C++ on random texts."""
+set-ups, failures, and the same values and messages as C++ on random texts."""
 
 import os
 import random
@@ -78,6 +78,33 @@ def test_compiled(k):
     assert raised.value.method == "ComputeCompiled"
     del k
     assert pytest.raises(kalvos.Error, h)  # the handle keeps its evaluator alive
+
+
+def test_run_setup(k):
+    seen = []
+    setup = "\ufeffdepth = 0.8 // m\r\nx[1 + 1] = depth * 2\ncase = $run_[depth]\nx2\n$[case]\n"
+    assert k.run_setup(setup, "flume.cfg", on_value=lambda line, value: seen.append((line, value))) == []
+    assert seen == [(4, 1.6), (5, "run_0.8")]
+    assert (k.vars["x2"], k.vars["case"]) == (1.6, "run_0.8")
+    with pytest.raises(kalvos.Error) as raised:
+        k.run_setup("b = 1\nc = 1 / 0\nd = 1", source="s")
+    assert (raised.value.method, raised.value.message) == (
+        "ComputExpr", "Evaluating [1/0]: Division by zero. (s line 2)")
+    assert "b" in k.vars and "d" not in k.vars
+
+
+def test_run_setup_keeps_going(k):
+    failures = k.run_setup("e = 1/0\nf = 2\ng = e\n", keep_going=True)
+    assert [(f.line, f.text, f.target, f.method, f.message) for f in failures] == [
+        (1, "e = 1/0", "e", "ComputExpr", "Evaluating [1/0]: Division by zero. (line 1)"),
+        (3, "g = e", "g", "ComputExpr", "Evaluating [e]: The variable 'e' does not exist. (line 3)")]
+    assert k.vars["f"] == 2.0
+
+    def stop(line, value):
+        raise RuntimeError("enough")
+    with pytest.raises(RuntimeError):  # the callback's exception ends the reading
+        k.run_setup("1\nh = 1", keep_going=True, on_value=stop)
+    assert "h" not in k.vars
 
 
 def random_text(rng):

@@ -6,7 +6,6 @@
 #include <random>
 
 #include "evaluator/Kalvos.h"
-#include "tools/LineRules.h"
 #include "tools/Printing.h"
 
 namespace {
@@ -87,47 +86,6 @@ TEST(Printable, ShortensALongTextKeepingBothEnds) {
     EXPECT_EQ(shown.substr(0, 4), "head");
     EXPECT_EQ(shown.substr(shown.size() - 7), "\xC3\xA9 tail");
     EXPECT_NE(shown.find(" [... 999771 of 1000011 bytes left out ...] "), std::string::npos);
-}
-
-TEST(ClassifyLine, TellsTheKindTargetAndBody) {
-    using K = cli::LineKind;
-    const struct {
-        const char* Text;
-        K Kind;
-        const char* Target;
-        const char* Body;
-    } cases[] = {{" \t\r", K::Blank, "", ""},
-                 {"  // note", K::Comment, "", ""},
-                 {"2 * a  // metres", K::Expression, "", "2 * a"},
-                 {"a == 1", K::Expression, "", "a == 1"},
-                 {"a <= 1 @@ b >= 2 @@ c != 3", K::Expression, "", "a <= 1 @@ b >= 2 @@ c != 3"},
-                 {"a = 2 // metres", K::Assignment, "a", "2"},
-                 {"a=b==c", K::Assignment, "a", "b==c"},
-                 {"x[i + 1][j==2] = 5\r", K::Assignment, "x[i + 1][j==2]", "5"},
-                 {"case = $run_[a] // kept ", K::TextAssignment, "case", "$run_[a] // kept "},
-                 {"$ text = [a] // kept\r", K::Text, "", "$ text = [a] // kept"},
-                 {"a b = 3", K::BadTarget, "a b", ""},
-                 {"2x = 1", K::BadTarget, "2x", ""},
-                 {"x [2] = 1", K::BadTarget, "x [2]", ""},
-                 {"x[2 = 1", K::BadTarget, "x[2", ""},
-                 {"= 1", K::BadTarget, "", ""},
-                 {"a // b = 3", K::Expression, "", "a"}};
-    for (const auto& c : cases) {
-        const cli::Line line = cli::ClassifyLine(c.Text);
-        EXPECT_EQ(line.Kind, c.Kind) << c.Text;
-        EXPECT_EQ(line.Target, c.Target) << c.Text;
-        EXPECT_EQ(line.Body, c.Body) << c.Text;
-    }
-}
-
-TEST(ReadTarget, SplitsTheNameFromItsIndices) {
-    cli::Target target;
-    ASSERT_TRUE(cli::ReadTarget("m[i][x[1]]", target));
-    EXPECT_EQ(target.Name, "m");
-    ASSERT_EQ(target.Indices.size(), 2u);
-    EXPECT_EQ(target.Indices[1], "x[1]");
-    EXPECT_FALSE(cli::ReadTarget("m[1]x", target));
-    EXPECT_FALSE(cli::ReadTarget("m[1]]", target));
 }
 
 }  // namespace
